@@ -1,0 +1,51 @@
+# The front door: each target configures, builds and runs what it needs, in build/<preset>.
+
+# Build dates come from the commit, so that a build of one commit can be repeated to the last bit.
+ifndef SOURCE_DATE_EPOCH
+commit_time := $(shell git log -1 --format=%ct 2>/dev/null)
+ifneq ($(commit_time),)
+export SOURCE_DATE_EPOCH := $(commit_time)
+endif
+endif
+
+build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
+test_packages := $(build_packages) googletest python3 pkg-config
+bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev
+test_presets := i386 native asan
+
+PREFIX ?= /usr/local
+
+.PHONY: all demo test bench install clean
+
+all: demo
+
+demo:
+	@cmake/install-packages $(build_packages)
+	@mkdir -p build
+	@echo "building the 32-bit libraries, the examples and the viewer (log: build/demo.log)"
+	@{ cmake --preset i386 -DZELQCOOD_TESTS=OFF && cmake --build --preset i386; } >build/demo.log 2>&1 \
+	    || { cat build/demo.log; exit 1; }
+	@examples/demo build/i386
+
+test: $(addprefix test-,$(test_presets))
+
+test-%:
+	@cmake/install-packages $(test_packages)
+	cmake --preset $* -DZELQCOOD_TESTS=ON
+	cmake --build --preset $*
+	ctest --test-dir build/$* --output-on-failure -j 2
+
+bench:
+	@cmake/install-packages $(bench_packages)
+	cmake --preset release
+	cmake --build --preset release
+	build/release/bench/zelqcood_bench $(BENCH_ARGS)
+
+install:
+	@cmake/install-packages $(build_packages)
+	cmake --preset i386 -DZELQCOOD_TESTS=OFF
+	cmake --build --preset i386
+	cmake --install build/i386 --prefix $(PREFIX)
+
+clean:
+	rm -rf build

@@ -1,0 +1,41 @@
+#ifndef ZELQCOOD_BLOCK_BLOCKWRITER_H
+#define ZELQCOOD_BLOCK_BLOCKWRITER_H
+
+#include <cstddef>
+
+#include "block/classcodes.h"
+#include "block/packedfields.h"
+
+/// A block under construction. It owns the block until release(), so that an allocation that
+/// fails half-way leaks nothing. All appending goes through the public block functions, whose
+/// trace lines belong to the writing of every block.
+class BlockWriter {
+public:
+    explicit BlockWriter(unsigned short blockType);
+    ~BlockWriter() { delete[] block_; }
+
+    BlockWriter(BlockWriter const&) = delete;
+    BlockWriter& operator=(BlockWriter const&) = delete;
+
+    template <std::size_t Size>
+    BlockWriter& addFields(unsigned short type, PackedFields<Size> const& fields) {
+        return addLeaf(type, fields.bytes(), Size);
+    }
+
+    /// Appends `size` bytes as a leaf.
+    BlockWriter& addLeaf(unsigned short type, void const* body, std::size_t size);
+
+    /// Appends the characters and their zero byte as a leaf; null gives an empty body.
+    BlockWriter& addText(unsigned short type, char const* text);
+
+    /// Appends a whole block and releases it, whether or not appending succeeds.
+    BlockWriter& addOwned(unsigned char* block);
+
+    /// Hands the finished block to the caller.
+    unsigned char* release();
+
+private:
+    unsigned char* block_;
+};
+
+#endif

@@ -1,0 +1,75 @@
+// The block form of the log record.
+
+#include "block/blockreader.h"
+#include "block/blockwriter.h"
+#include "zelqcood/log.h"
+#include "zelqcood/trace.h"
+
+namespace {
+
+const char _traceMask[] = "XLIBLOG";
+
+// 2 is never written.
+enum Child : unsigned short { baseBlock = 0, eventNameBlock = 1, logIdBlock = 3 };
+
+constexpr PackedField<std::uint8_t, 0> logClassField = {};
+constexpr PackedField<std::uint8_t, 1> logTypeField = {};
+constexpr PackedField<std::uint16_t, 2> userField = {};
+constexpr PackedField<std::uint32_t, 4> attributesField = {};
+constexpr PackedField<std::uint32_t, 8> reserved1Field = {};
+constexpr PackedField<std::uint32_t, 12> reserved2Field = {};
+constexpr std::size_t baseBlockSize = reserved2Field.end;
+
+constexpr BlockChildKind children[] = {
+    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
+    {eventNameBlock, "eventNameBlock", BlockChildKind::text},
+    {logIdBlock, "logIdBlock", BlockChildKind::text},
+    {logDataClass, "XLogData", BlockChildKind::ownReader},
+    {microcodeLogDataClass, "XMicrocodeLogData", BlockChildKind::ownReader},
+};
+
+}  // namespace
+
+XLog::XLog(unsigned char* block) : XLog() {
+    XTrace scope(_traceMask, 'D', "XLog");
+    BlockReader reader(block, _traceMask, 'F');
+    if (!reader.accepts(logClassCode)) {
+        return;
+    }
+    while (reader.next(children)) {
+        switch (reader.type()) {
+        case baseBlock:
+            logClass_ = reader.get(logClassField);
+            logType_ = reader.get(logTypeField);
+            user_ = reader.get(userField);
+            attributes_ = Attribute(reader.get(attributesField), 0);
+            reserved1_ = reader.get(reserved1Field);
+            reserved2_ = reader.get(reserved2Field);
+            break;
+        case eventNameBlock: eventName_ = reader.text(); break;
+        case logIdBlock: logId_ = reader.text(); break;
+        case logDataClass: addData(XLogData(reader.block())); break;
+        case microcodeLogDataClass: addData(XMicrocodeLogData(reader.block())); break;
+        }
+    }
+}
+
+unsigned char* XLog::asBinary() const {
+    XTrace scope(_traceMask, 'F', "asBinary");
+    BlockWriter writer(logClassCode);
+    writer.addFields(baseBlock, PackedFields<baseBlockSize>()
+                                    .put(logClassField, logClass())
+                                    .put(logTypeField, logType())
+                                    .put(userField, user())
+                                    .put(attributesField, static_cast<std::uint32_t>(attributes_.asUnsignedLong()))
+                                    .put(reserved1Field, reserved1_)
+                                    .put(reserved2Field, reserved2_));
+    writer.addText(eventNameBlock, eventName());
+    writer.addText(logIdBlock, logId());
+    // Each test of the end goes through data(): its trace lines are part of what readers of a
+    // trace expect here.
+    for (auto item = data()->begin(); item != data()->end(); ++item) {
+        writer.addOwned((*item)->asBinary());
+    }
+    return writer.release();
+}

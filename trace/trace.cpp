@@ -1,0 +1,89 @@
+#include "zelqcood/trace.h"
+
+#include <cstring>
+
+#include "zelqplatform/trace_service.h"
+
+namespace {
+
+// Positions within a line.
+constexpr std::size_t componentWidth = 7;
+constexpr std::size_t levelAt = 7;
+constexpr std::size_t colonAt = 8;
+constexpr std::size_t textAt = 10;
+constexpr std::size_t nameAt = 12;
+
+constexpr std::size_t lineSize = 200;  // closing zero byte included
+constexpr std::size_t labelSize = 41;
+
+void putPrefix(char* line, const char* traceMask, char level) {
+    std::size_t const length = strnlen(traceMask, componentWidth);
+    std::memcpy(line, traceMask, length);
+    std::memset(line + length, ' ', componentWidth - length);
+    line[levelAt] = level;
+    line[colonAt] = ':';
+    line[colonAt + 1] = ' ';
+}
+
+// Puts as much of the text at line[textAt] as fits into `size` bytes.
+void putText(char* line, std::size_t size, const char* text) {
+    std::size_t const length = strnlen(text, size - 1 - textAt);
+    std::memcpy(line + textAt, text, length);
+    line[textAt + length] = '\0';
+}
+
+// The line as the scope keeps it: the exit line differs in the marker only.
+char* newEntryLine(const char* traceMask, char level, const char* name) {
+    char* const line = new char[lineSize];
+    putPrefix(line, traceMask, level);
+    line[textAt] = '>';
+    line[textAt + 1] = ' ';
+    std::strncpy(line + nameAt, name, lineSize - 1 - nameAt);
+    line[lineSize - 1] = '\0';
+    return line;
+}
+
+}  // namespace
+
+XTrace::XTrace(const char* traceMask, char level, const char* name)
+    : handle_(0), line_(newEntryLine(traceMask, level, name)) {
+    xtr_trace(line_);
+}
+
+XTrace::XTrace(unsigned int handle, const char* traceMask, char level, const char* name)
+    : handle_(handle), line_(newEntryLine(traceMask, level, name)) {
+    xtr_trace_cb(handle_, line_);
+}
+
+XTrace::~XTrace() {
+    line_[textAt] = '<';
+    xtr_trace_cb(handle_, line_);
+    delete[] line_;
+}
+
+void XTrace::write(unsigned int handle, const char* traceMask, char level, const char* text) {
+    char line[lineSize];
+    putPrefix(line, traceMask, level);
+    putText(line, lineSize, text);
+    xtr_trace_cb(handle, line);
+}
+
+void XTrace::write(const char* traceMask, char level, const char* text) {
+    write(0, traceMask, level, text);
+}
+
+void XTrace::dumpBytes(unsigned int handle, const char* traceMask, char level, const char* title, const void* data,
+                       unsigned long length) {
+    char label[labelSize];
+    putPrefix(label, traceMask, level);
+    if (title != nullptr && title[0] != '\0') {
+        putText(label, labelSize, title);
+    } else {
+        label[colonAt + 1] = '\0';
+    }
+    xtr_dump_bytes_cb(handle, label, data, length);
+}
+
+void XTrace::dumpBytes(const char* traceMask, char level, const char* title, const void* data, unsigned long length) {
+    dumpBytes(0, traceMask, level, title, data, length);
+}
