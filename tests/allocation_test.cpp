@@ -1,0 +1,179 @@
+// Exhausted memory: each operation is repeated with its first, second, third ... allocation
+// failing, until one run needs no more. Each time nothing may leak, no scope stay open and nothing
+// be half-changed.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/failingnew.h"
+#include "support/fakeservices.h"
+#include "support/hex.h"
+#include "zelqcood/block.h"
+#include "zelqcood/log.h"
+
+namespace {
+
+char someBytes[] = "0123456789";
+char const longText[] =
+    "a text that does not fit into the place that a string has inside, since it is much longer than one hundred and "
+    "twenty-seven characters";
+
+XLog richLog(char const* eventName) {
+    XLog log(1, 2, 3, eventName, XLog::error, longText);
+    log.addData(XLogData(someBytes, 5, 1)).addData(XMicrocodeLogData(someBytes, 5, XMicrocodeLogData::textFormat));
+    return log;
+}
+
+std::string hexOf(XLog const& log) {
+    return toHex(Block(log.asBinary()));
+}
+
+void expectBalancedScopes() {
+    std::vector<std::string> open;
+    for (TraceCall const& call : traceCalls()) {
+        std::string const key = call.line.substr(0, 10) + call.line.substr(std::min<std::size_t>(12, call.line.size()));
+        if (call.line.compare(10, 2, "> ") == 0) {
+            open.push_back(key);
+        } else if (call.line.compare(10, 2, "< ") == 0) {
+            ASSERT_FALSE(open.empty());
+            EXPECT_EQ(open.back(), key);
+            open.pop_back();
+        }
+    }
+    EXPECT_TRUE(open.empty());
+}
+
+// Runs the operation with each of its allocations failing once. `unchanged` describes what the
+// operation works on and must answer the same after every failure.
+void failEach(
+    std::string const& name, std::function<void()> const& operation,
+    std::function<std::string()> const& unchanged = [] { return std::string(); }) {
+    SCOPED_TRACE(name);
+    std::string const before = unchanged();
+    unsigned failures = 0;
+    for (bool failed = true; failed; ++failures) {
+        clearTrace();
+        long const live = liveAllocations();
+        bool thrown = false;
+        failAllocation(failures + 1);
+        try {
+            operation();
+        } catch (std::bad_alloc const&) {
+            thrown = true;
+        }
+        failed = hasFailed();
+        failAllocation(0);
+        EXPECT_EQ(thrown, failed) << "allocation " << failures + 1;
+        expectBalancedScopes();
+        if (failed) {
+            EXPECT_EQ(liveAllocations(), live) << "allocation " << failures + 1;
+            ASSERT_EQ(unchanged(), before) << "allocation " << failures + 1;
+        }
+        ASSERT_LT(failures, 1000u);
+    }
+    EXPECT_GT(failures, 1u) << "nothing failed";
+}
+
+TEST(Allocation, OfBlocks) {
+    unsigned char* block = createBlock(1, 1);
+    Block const child(createBlock(2, 1));
+    unsigned char const* address = block;
+    auto const whole = [&] { return (address == block ? "same " : "other ") + toHex(block, sizeOf(block)); };
+    failEach("createBlock", [] { delete[] createBlock(1, 1); });
+    failEach("findBlock", [&] { findBlock(block, 1); });
+    failEach(
+        "addHeaderBlock", [&] { addHeaderBlock(&block, 3, 1, 1, nullptr); }, whole);
+    address = block;
+    failEach(
+        "addBlock", [&] { addBlock(&block, child.get()); }, whole);
+    delete[] block;
+}
+
+TEST(Allocation, OfDataItems) {
+    XLogData item(someBytes, 5, 1);
+    XLogData const other(someBytes, 9, 2);
+    XMicrocodeLogData const text(someBytes, 5, XMicrocodeLogData::textFormat);
+    Block const itemBlock(item.asBinary());
+    Block const textBlock(text.asBinary());
+    auto const whole = [&] { return toHex(Block(item.asBinary())); };
+    failEach("construct", [] { XLogData(someBytes, 5, 1); });
+    failEach("copy", [&] { XLogData copy(item); });
+    failEach("clone", [&] { delete text.clone(); });
+    failEach(
+        "asBinary", [&] { Block(item.asBinary()); }, whole);
+    failEach("asBinary of text", [&] { Block(text.asBinary()); });
+    failEach("rebuild", [&] { XLogData rebuilt(itemBlock.get()); });
+    failEach("rebuild text", [&] { XMicrocodeLogData rebuilt(textBlock.get()); });
+    failEach(
+        "setData", [&] { item.setData(someBytes, 7); }, whole);
+    failEach(
+        "assign", [&] { item = other; }, whole);
+}
+
+TEST(Allocation, OfLogs) {
+    XLog log(richLog("event"));
+    XLog const other(richLog(longText));
+    Block const block(log.asBinary());
+    auto const whole = [&] { return hexOf(log); };
+    std::unique_ptr<XLog> made;  // a destructor would swallow the failure
+    failEach("construct", [&] { made.reset(new XLog(1, 2, 3, longText, XLog::error, longText)); });
+    made.reset();
+    failEach("copy", [&] { made.reset(new XLog(other)); });
+    made.reset();
+    failEach(
+        "asBinary", [&] { Block(log.asBinary()); }, whole);
+    failEach("rebuild", [&] { made.reset(new XLog(block.get())); });
+    failEach(
+        "data", [&] { log.data(); }, whole);
+    failEach(
+        "addData", [&] { log.addData(XLogData(someBytes, 1, 1)); }, whole);
+    failEach(
+        "setEventName", [&] { log.setEventName(longText); }, whole);
+    failEach(
+        "setLogId", [&] { log.setLogId((std::string(longText) + longText).c_str()); }, whole);
+    log = richLog("event");
+    failEach(
+        "assign", [&] { log = other; }, whole);
+    failEach(
+        "removeAllData", [&] { log.removeAllData(); }, whole);
+}
+
+// Without its array of entries a log goes out without its data: that failure throws nothing.
+TEST(Allocation, OfTheRecordedEntries) {
+    XLog log(richLog("event"));
+    std::string const before = hexOf(log);
+    for (unsigned n = 1; n <= 2; ++n) {
+        clearTrace();
+        long const live = liveAllocations();
+        failAllocation(n);
+        if (n == 1) {
+            EXPECT_THROW(log.log(), std::bad_alloc);
+        } else {
+            EXPECT_NO_THROW(log.log());
+        }
+        EXPECT_TRUE(hasFailed());
+        failAllocation(0);
+        EXPECT_EQ(liveAllocations(), live);
+        expectBalancedScopes();
+        EXPECT_EQ(hexOf(log), before);
+    }
+}
+
+// A destructor cannot pass the failure on: the items go, without their trace lines.
+TEST(Allocation, OfTheDestructorsScope) {
+    long const live = liveAllocations();
+    auto* const log = new XLog(richLog("event"));
+    clearTrace();
+    failAllocation(1);
+    delete log;
+    EXPECT_TRUE(hasFailed());
+    failAllocation(0);
+    EXPECT_EQ(liveAllocations(), live);
+    EXPECT_EQ(tracedText(), "");
+}
+
+}  // namespace

@@ -1,0 +1,217 @@
+// Damaged blocks: one trace line tells what is wrong, what can be read is read, nothing beyond the
+// block is touched.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/fakeservices.h"
+#include "support/guardedblock.h"
+#include "zelqcood/log.h"
+
+namespace {
+
+enum Kind { logData, microcodeLogData, log };
+
+// Rebuilds an object of the kind and gives its block, with the lines that rebuilding reported.
+Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>* reported = nullptr) {
+    clearTrace();
+    Block again;
+    auto take = [&](auto const& object) {
+        if (reported != nullptr) {
+            *reported = reportedLines();
+        }
+        again.reset(object.asBinary());
+    };
+    switch (kind) {
+    case logData: take(XLogData(block)); break;
+    case microcodeLogData: take(XMicrocodeLogData(block)); break;
+    case log: take(XLog(block)); break;
+    }
+    return again;
+}
+
+// Sizes are filled in here, so that the cases show what is odd about them: ".." stands for the
+// number of bytes from its place to the end of the text.
+Bytes withSizes(std::string text) {
+    for (std::size_t at = text.rfind(".."); at != std::string::npos; at = text.rfind("..")) {
+        std::size_t const size = fromHex(text.substr(at + 2)).size() + 4;
+        unsigned char const bytes[] = {static_cast<unsigned char>(size), static_cast<unsigned char>(size >> 8), 0, 0};
+        text.replace(at, 2, toHex(bytes, 4));
+    }
+    return fromHex(text);
+}
+
+char const emptyItem[] = "1A 00 00 00 05 80 01 00 0A 00 00 00 00 00 01 00 00 00 08 00 00 00 01 00 01 00";
+char const emptyLog[] =
+    "32 00 00 00 02 80 01 00 18 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
+    "09 00 00 00 01 00 01 00 00 09 00 00 00 03 00 01 00 00";
+
+TEST(BadBlock, IsReportedInOneLine) {
+    std::string const base = "18000000 0000 0100 11 22 0403 00010000 00000000 00000000";
+    std::string const event = "0A000000 0100 0100 45 00";
+    struct {
+        Kind kind;
+        std::string block;
+        char const* line;
+        std::string result;  // a part of the rebuilt object's block
+    } const cases[] = {
+        // headers of the whole block
+        {logData, "..0680 0100", "XLIBLGDF: Invalid data type (got 32774, expecting 0x8005)", emptyItem},
+        {logData, "..0580 0200", "XLIBLGDF: Invalid data format (got 2, expecting 1)", emptyItem},
+        {logData, "07000000 0580 0100", "XLIBLGDF: Invalid data size (got 7, expecting at least 8)", emptyItem},
+        {logData, "00000000 0580 0100", "XLIBLGDF: Invalid data size (got 0, expecting at least 8)", emptyItem},
+        {log, "..0180 0100", "XLIBLOGF: Invalid data type (got 32769, expecting 0x8002)", emptyLog},
+        {log, "..0280 0200", "XLIBLOGF: Invalid data format (got 2, expecting 1)", emptyLog},
+        {log, "04000000 0280 0100", "XLIBLOGF: Invalid data size (got 4, expecting at least 8)", emptyLog},
+        // children of wrong format or type
+        {logData, "..0580 0100 0A000000 0000 0200 0700 0900000001000100 AA",
+         "XLIBLGDF: Invalid baseBlock data format (got 2, expecting 1)", "00 00 09 00 00 00 01 00 01 00 AA"},
+        {logData, "..0580 0100 0A000000 0000 0100 0700 0900000001000300 AA",
+         "XLIBLGDF: Invalid dataBlock data format (got 3, expecting 1)", "07 00 08 00 00 00 01 00 01 00"},
+        {logData, "..0580 0100 08000000 AB00 0100 0A000000 0000 0100 0700", "XLIBLGDF: Unknown data type (0xAB)",
+         "07 00 08 00 00 00 01 00 01 00"},
+        {log, "..0280 0100 18000000 0000 0300 11 22 0403 00010000 00000000 00000000" + event,
+         "XLIBLOGF: Invalid baseBlock data format (got 3, expecting 1)", "0A 00 00 00 01 00 01 00 45 00"},
+        {log, "..0280 0100" + base + "0A000000 0100 0900 45 00",
+         "XLIBLOGF: Invalid eventNameBlock data format (got 9, expecting 1)", "01 00 11 22 04 03 00 01"},
+        {log, "..0280 0100" + base + "0A000000 0300 0900 45 00" + event,
+         "XLIBLOGF: Invalid logIdBlock data format (got 9, expecting 1)", "0A 00 00 00 01 00 01 00 45 00"},
+        {log, "..0280 0100" + base + "0A000000 0200 0100 45 00" + event, "XLIBLOGF: Unknown data type (0x2)",
+         "0A 00 00 00 01 00 01 00 45 00"},
+        // children that do not fit
+        {logData, "..0580 0100 0A000000 0000 0100 0700 0A00000001000100 AA",
+         "XLIBLGDF: Invalid dataBlock data size (got 10 at offset 18, expecting 8 to 9)", "07 00 08 00 00 00"},
+        {logData, "..0580 0100 07000000 0000 0100 0700",
+         "XLIBLGDF: Invalid baseBlock data size (got 7 at offset 8, expecting 8 to 10)", emptyItem},
+        {logData, "..0580 0100 00000000 AB00 0100",
+         "XLIBLGDF: Invalid child data size (got 0 at offset 8, expecting 8 to 8)", emptyItem},
+        {logData, "..0580 0100 0A000000 0000 0100 0700 08000000010001",
+         "XLIBLGDF: Invalid data end (got 7 bytes at offset 18, expecting a header of 8)", "07 00 08 00 00 00"},
+        {log, "..0280 0100" + event + "FFFFFFFF 0580 0100 0000",
+         "XLIBLOGF: Invalid XLogData data size (got 4294967295 at offset 18, expecting 8 to 10)",
+         "0A 00 00 00 01 00 01 00 45 00"},
+        // bodies that are too short
+        {logData, "..0580 0100 09000000 0000 0100 07 0900000001000100 AA",
+         "XLIBLGDF: Invalid baseBlock data size (got 9, expecting at least 10)", "09 00 00 00 01 00 01 00 AA"},
+        {log, "..0280 0100 17000000 0000 0100 11 22 0403 00010000 00000000 000000" + event,
+         "XLIBLOGF: Invalid baseBlock data size (got 23, expecting at least 24)", "0A 00 00 00 01 00 01 00 45 00"},
+        {log, "..0280 0100 0A000000 0300 0100 49 44" + event,
+         "XLIBLOGF: Invalid logIdBlock data (no zero byte in 2 bytes)", "0B 00 00 00 03 00 01 00 49 44 00"},
+        // damage inside an item costs that item's part only
+        {log, "..0280 0100 13000000 0580 0100 0A000000 0000 0100 0700 FF" + event,
+         "XLIBLGDF: Invalid data end (got 1 bytes at offset 18, expecting a header of 8)",
+         "0A 00 00 00 01 00 01 00 45 00"},
+        {log, "..0280 0100 08000000 0580 0300" + event, "XLIBLGDF: Invalid data format (got 3, expecting 1)",
+         emptyItem},
+        // the microcode item: what is inside is read whatever is outside
+        {microcodeLogData, "..0780 0100 12000000 0580 0100 0A000000 0000 0100 0101",
+         "XLIBMLDT: Invalid data type (got 32775, expecting32774)", "01 01 08 00 00 00 01 00 01 00"},
+        {microcodeLogData, "..0680 0500 12000000 0580 0100 0A000000 0000 0100 0101",
+         "XLIBMLDT: Invalid data format (got 5, expecting 1)", "01 01 08 00 00 00 01 00 01 00"},
+        {microcodeLogData, "..0680 0100", "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
+        {microcodeLogData, "..0680 0100 00000000 0580 0100", "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
+    };
+    for (auto const& c : cases) {
+        GuardedBlock const block(withSizes(c.block));
+        std::vector<std::string> reported;
+        Block const again = rebuild(c.kind, block.get(), &reported);
+        EXPECT_EQ(reported, std::vector<std::string>{c.line});
+        EXPECT_NE(toHex(again).find(c.result), std::string::npos) << c.line << "\n" << toHex(again);
+    }
+}
+
+TEST(BadBlock, NullPointerGivesAnEmptyObject) {
+    struct {
+        Kind kind;
+        char const* line;
+        char const* result;
+    } const cases[] = {
+        {logData, "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
+        {microcodeLogData, "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
+        {log, "XLIBLOGF: Invalid data pointer: 0x00000000", emptyLog},
+    };
+    for (auto const& c : cases) {
+        std::vector<std::string> reported;
+        Block const again = rebuild(c.kind, nullptr, &reported);
+        EXPECT_EQ(reported, std::vector<std::string>{c.line});
+        EXPECT_NE(toHex(again).find(c.result), std::string::npos);
+    }
+}
+
+// One block of each kind that holds every child its class knows.
+Bytes richBlock(Kind kind) {
+    static char word[] = "hello";
+    switch (kind) {
+    case logData: return toBytes(Block(XLogData(word, 5, 0x1234).asBinary()));
+    case microcodeLogData: return toBytes(Block(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat).asBinary()));
+    case log: break;
+    }
+    XLog rich(0x11, 0x22, 0x0304, "event", XLog::error, "log id");
+    rich.addData(XLogData(word, 5, 1)).addData(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));
+    return toBytes(Block(rich.asBinary()));
+}
+
+// Offsets of all headers, the outermost one first.
+std::vector<std::size_t> headersIn(Bytes const& block, std::size_t start = 0) {
+    std::vector<std::size_t> offsets{start};
+    std::uint16_t type = 0;
+    std::memcpy(&type, &block[start + 4], sizeof type);
+    if (type >= 0x8000) {
+        for (std::size_t at = start + 8; at < start + sizeOf(&block[start]); at += sizeOf(&block[at])) {
+            for (std::size_t offset : headersIn(block, at)) {
+                offsets.push_back(offset);
+            }
+        }
+    }
+    return offsets;
+}
+
+// Whatever was read must be a whole object: its own block rebuilds without complaint to the same.
+void expectUsable(Kind kind, Bytes const& damaged, std::string const& what) {
+    GuardedBlock const block(damaged);
+    Block const once = rebuild(kind, block.get());
+    std::vector<std::string> reported;
+    Block const twice = rebuild(kind, once.get(), &reported);
+    EXPECT_EQ(toHex(once), toHex(twice)) << what;
+    EXPECT_EQ(reported, std::vector<std::string>()) << what;
+}
+
+TEST(BadBlock, EverySizeTypeAndFormatFieldMayBeWrong) {
+    for (Kind kind : {logData, microcodeLogData, log}) {
+        Bytes const good = richBlock(kind);
+        for (std::size_t header : headersIn(good)) {
+            std::uint32_t const size = sizeOf(&good[header]);
+            for (std::uint32_t wrong : {0u, 1u, 7u, 8u, 9u, size - 1, size + 1, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+                if (header == 0 && wrong > size) {
+                    continue;  // the outer size is all that a reader knows of the memory
+                }
+                Bytes damaged = good;
+                std::memcpy(&damaged[header], &wrong, sizeof wrong);
+                expectUsable(kind, damaged, "size at " + std::to_string(header) + " = " + std::to_string(wrong));
+            }
+            for (std::size_t field : {header + 4, header + 6}) {
+                for (int change : {-1, 1}) {
+                    Bytes damaged = good;
+                    damaged[field] = static_cast<unsigned char>(damaged[field] + change);
+                    expectUsable(kind, damaged, "field at " + std::to_string(field));
+                }
+            }
+        }
+    }
+}
+
+TEST(BadBlock, EveryTruncationIsSurvived) {
+    for (Kind kind : {logData, microcodeLogData, log}) {
+        Bytes const good = richBlock(kind);
+        for (std::uint32_t size = 8; size < good.size(); ++size) {
+            Bytes damaged(good.data(), good.data() + size);
+            std::memcpy(damaged.data(), &size, sizeof size);
+            expectUsable(kind, damaged, "cut to " + std::to_string(size));
+        }
+    }
+}
+
+}  // namespace

@@ -1,0 +1,87 @@
+#include "support/failingnew.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+thread_local unsigned countdown = 0;
+thread_local bool failed = false;
+thread_local int allowed = 0;
+std::atomic<long> live{0};
+
+void* allocate(std::size_t size) noexcept {
+    if (allowed == 0 && countdown != 0 && --countdown == 0) {
+        failed = true;
+        return nullptr;
+    }
+    void* const memory = std::malloc(size == 0 ? 1 : size);
+    if (memory != nullptr && allowed == 0) {
+        ++live;
+    }
+    return memory;
+}
+
+void* allocateOrThrow(std::size_t size) {
+    void* const memory = allocate(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void release(void* memory) noexcept {
+    if (memory != nullptr && allowed == 0) {
+        --live;
+    }
+    std::free(memory);
+}
+
+}  // namespace
+
+void failAllocation(unsigned n) {
+    countdown = n;
+    failed = false;
+}
+
+bool hasFailed() {
+    return failed;
+}
+
+long liveAllocations() {
+    return live;
+}
+
+NoFailingNew::NoFailingNew() {
+    ++allowed;
+}
+
+NoFailingNew::~NoFailingNew() {
+    --allowed;
+}
+
+void* operator new(std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new[](std::size_t size) {
+    return allocateOrThrow(size);
+}
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept {
+    return allocate(size);
+}
+void* operator new[](std::size_t size, std::nothrow_t const&) noexcept {
+    return allocate(size);
+}
+void operator delete(void* memory) noexcept {
+    release(memory);
+}
+void operator delete[](void* memory) noexcept {
+    release(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+    release(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+    release(memory);
+}

@@ -1,0 +1,104 @@
+#include "support/fakeservices.h"
+
+#include <cctype>
+
+#include "support/failingnew.h"
+#include "zelqplatform/trace_service.h"
+
+namespace {
+
+std::vector<TraceCall>& calls() {
+    static auto* const all = new std::vector<TraceCall>;  // statics of other files trace on exit
+    return *all;
+}
+
+bool recording = true;
+std::function<int(xlog_record_interface*, int*)> recordService;
+
+void add(TraceCall::Function function, unsigned int handle, char const* line, void const* data = nullptr,
+         unsigned long length = 0) {
+    NoFailingNew const allowed;
+    if (recording) {
+        calls().push_back({function, handle, line, data, length});
+    }
+}
+
+std::string withoutAddresses(std::string line) {
+    for (char const* key : {"pData=", "pBlockData=", "Returning ", "returns 0x"}) {
+        std::size_t const found = line.find(key);
+        if (found == std::string::npos) {
+            continue;
+        }
+        std::size_t const first = found + std::string(key).size();
+        std::size_t last = first;
+        while (last < line.size() && std::isxdigit(static_cast<unsigned char>(line[last])) != 0) {
+            ++last;
+        }
+        if (line.substr(first, last - first) != "0") {
+            line.replace(first, last - first, "@");
+        }
+    }
+    return line;
+}
+
+}  // namespace
+
+std::vector<TraceCall> const& traceCalls() {
+    return calls();
+}
+
+void clearTrace() {
+    NoFailingNew const allowed;
+    calls().clear();
+}
+
+std::string tracedText() {
+    std::string text;
+    for (TraceCall const& call : calls()) {
+        text += withoutAddresses(call.line) + "\n";
+    }
+    return text;
+}
+
+std::vector<std::string> reportedLines() {
+    std::vector<std::string> lines;
+    for (TraceCall const& call : calls()) {
+        std::string const& line = call.line;
+        bool const isScope = line.size() > 11 && (line[10] == '>' || line[10] == '<') && line[11] == ' ';
+        if (line[7] != 'D' && !isScope) {
+            lines.push_back(line);
+        }
+    }
+    return lines;
+}
+
+void setTraceRecording(bool on) {
+    recording = on;
+}
+
+void setRecordService(std::function<int(xlog_record_interface*, int*)> service) {
+    recordService = std::move(service);
+}
+
+extern "C" {
+
+int xtr_trace(char const* line) {
+    add(TraceCall::trace, 0, line);
+    return 0;
+}
+
+int xtr_trace_cb(unsigned int handle, char const* line) {
+    add(TraceCall::traceCb, handle, line);
+    return 0;
+}
+
+int xtr_dump_bytes_cb(unsigned int handle, char const* label, void const* data, unsigned long length) {
+    add(TraceCall::dumpBytesCb, handle, label, data, length);
+    return 0;
+}
+
+int xlog_record(xlog_record_interface* record, int* crc) {
+    *crc = 0;
+    return recordService ? recordService(record, crc) : 0;
+}
+}

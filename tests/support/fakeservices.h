@@ -1,0 +1,39 @@
+#ifndef ZELQCOOD_TESTS_FAKESERVICES_H
+#define ZELQCOOD_TESTS_FAKESERVICES_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "zelqplatform/errorlog_service.h"
+
+// The trace and error-log services as the test program defines them. An executable comes first in
+// symbol look-up, so the library under test calls these.
+
+/// One call of the trace service.
+struct TraceCall {
+    enum Function { trace, traceCb, dumpBytesCb } function;
+    unsigned int handle;
+    std::string line;
+    void const* data = nullptr;
+    unsigned long length = 0;
+};
+
+/// Everything traced since the last clearTrace(), lines and dumps alike.
+std::vector<TraceCall> const& traceCalls();
+void clearTrace();
+
+/// The lines alone, as one text with a newline behind each. Addresses, which differ from run to
+/// run, are replaced by "@" (those that are 0 stay).
+std::string tracedText();
+
+/// The lines at levels other than 'D' that belong to no scope: what readers report.
+std::vector<std::string> reportedLines();
+
+/// While set, recording nothing saves the memory of long runs.
+void setTraceRecording(bool on);
+
+/// What xlog_record does from now on; it may throw.
+void setRecordService(std::function<int(xlog_record_interface*, int*)> service);
+
+#endif

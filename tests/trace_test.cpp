@@ -1,0 +1,112 @@
+#include "zelqcood/trace.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+
+#include "support/failingnew.h"
+#include "support/fakeservices.h"
+
+namespace {
+
+std::string repeated(char c, std::size_t count) {
+    return std::string(count, c);
+}
+
+TEST(Trace, LaysOutScopes) {
+    struct {
+        char const* mask;
+        std::string name;
+        std::string rest;  // of both lines, behind the marker
+        std::string prefix;
+    } const cases[] = {
+        {"XLIBBLK", "findBlock", "findBlock", "XLIBBLKF: "},
+        {"ABC", "", "", "ABC    F: "},
+        {"", "x", "x", "       F: "},
+        {"ABCDEFGHIJKL", repeated('n', 187), repeated('n', 187), "ABCDEFGF: "},
+        {"ABCDEFG", repeated('n', 188), repeated('n', 187), "ABCDEFGF: "},
+        {"ABCDEFG", repeated('n', 300), repeated('n', 187), "ABCDEFGF: "},
+    };
+    for (auto const& c : cases) {
+        clearTrace();
+        { XTrace scope(c.mask, 'F', c.name.c_str()); }
+        { XTrace scope(7, c.mask, 'F', c.name.c_str()); }
+        ASSERT_EQ(traceCalls().size(), 4u);
+        TraceCall const* call = traceCalls().data();
+        EXPECT_EQ(call[0].function, TraceCall::trace);
+        EXPECT_EQ(call[0].line, c.prefix + "> " + c.rest);
+        EXPECT_EQ(call[1].function, TraceCall::traceCb);
+        EXPECT_EQ(call[1].handle, 0u);
+        EXPECT_EQ(call[1].line, c.prefix + "< " + c.rest);
+        EXPECT_EQ(call[2].function, TraceCall::traceCb);
+        EXPECT_EQ(call[2].handle, 7u);
+        EXPECT_EQ(call[2].line, call[0].line);
+        EXPECT_EQ(call[3].handle, 7u);
+        EXPECT_EQ(call[3].line, call[1].line);
+    }
+}
+
+TEST(Trace, LaysOutSingleLines) {
+    clearTrace();
+    XTrace::write("XLIBBLK", 'D', "Returning 0");
+    XTrace::write(9, "AB", 'T', "");
+    XTrace::write("XLIBBLK", 'D', repeated('t', 189).c_str());
+    XTrace::write("XLIBBLK", 'D', repeated('t', 300).c_str());
+    ASSERT_EQ(traceCalls().size(), 4u);
+    EXPECT_EQ(traceCalls()[0].function, TraceCall::traceCb);
+    EXPECT_EQ(traceCalls()[0].line, "XLIBBLKD: Returning 0");
+    EXPECT_EQ(traceCalls()[1].handle, 9u);
+    EXPECT_EQ(traceCalls()[1].line, "AB     T: ");
+    EXPECT_EQ(traceCalls()[2].line, "XLIBBLKD: " + repeated('t', 189));
+    EXPECT_EQ(traceCalls()[3].line, traceCalls()[2].line);
+}
+
+TEST(Trace, LaysOutDumpLabels) {
+    struct {
+        char const* title;
+        std::string label;
+    } const cases[] = {
+        {nullptr, "XLIBLGDD:"},
+        {"", "XLIBLGDD:"},
+        {"input", "XLIBLGDD: input"},
+        {"0123456789012345678901234567890123456789", "XLIBLGDD: 012345678901234567890123456789"},
+    };
+    char const data[] = "abc";
+    for (auto const& c : cases) {
+        clearTrace();
+        XTrace::dumpBytes("XLIBLGD", 'D', c.title, data, 3);
+        XTrace::dumpBytes(5, "XLIBLGD", 'D', c.title, data, 2);
+        ASSERT_EQ(traceCalls().size(), 2u);
+        for (TraceCall const& call : traceCalls()) {
+            EXPECT_EQ(call.function, TraceCall::dumpBytesCb);
+            EXPECT_EQ(call.line, c.label);
+            EXPECT_EQ(call.data, data);
+        }
+        EXPECT_EQ(traceCalls()[0].length, 3ul);
+        EXPECT_EQ(traceCalls()[1].length, 2ul);
+        EXPECT_EQ(traceCalls()[1].handle, 5u);
+    }
+}
+
+TEST(Trace, ClosesScopesOnTheWayOutOfAnException) {
+    clearTrace();
+    try {
+        XTrace scope("ABCDEFG", 'T', "operation");
+        throw std::runtime_error("x");
+    } catch (std::runtime_error const&) {
+    }
+    EXPECT_EQ(tracedText(), "ABCDEFGT: > operation\nABCDEFGT: < operation\n");
+}
+
+TEST(Trace, WritesNothingForAScopeWithoutMemory) {
+    clearTrace();
+    failAllocation(1);
+    EXPECT_THROW(XTrace("ABCDEFG", 'T', "operation"), std::bad_alloc);
+    failAllocation(1);
+    XTrace::write("ABCDEFG", 'T', "lines need none");
+    failAllocation(0);
+    EXPECT_EQ(tracedText(), "ABCDEFGT: lines need none\n");
+}
+
+}  // namespace
