@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "support/failingnew.h"
 #include "support/fakeservices.h"
 #include "support/hex.h"
 
@@ -61,6 +62,17 @@ TEST(LogData, OwnsItsBytes) {
     item = *clone;
     EXPECT_EQ(bytesOf(item), "12345");
     EXPECT_EQ(item.blockId(), 1);
+}
+
+TEST(LogData, FreesWhatItReplaces) {
+    long const live = liveAllocations();
+    {
+        XLogData item(word, 5, 1);
+        XLogData const other(item);
+        item.setData(word, 3);
+        item = other;
+    }
+    EXPECT_EQ(liveAllocations(), live);
 }
 
 TEST(LogData, TracesItsWriting) {
