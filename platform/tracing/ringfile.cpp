@@ -1,0 +1,118 @@
+#include "tracing/ringfile.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdio>
+
+namespace zelq {
+namespace {
+
+int refuse(RingFile* file, int failure, char const* problem) {
+    file->problem = problem;
+    return failure;
+}
+
+int checkRingFile(int descriptor, RingFile* file) {
+    struct stat status;
+    if (fstat(descriptor, &status) != 0) {
+        return refuse(file, errno, "cannot be examined");
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return refuse(file, EINVAL, "is not a regular file");
+    }
+    if (status.st_uid != geteuid()) {
+        return refuse(file, EPERM, "belongs to another user");
+    }
+    if ((status.st_mode & 07777) != 0600) {
+        return refuse(file, EPERM, "does not have mode 0600");
+    }
+    std::uint64_t const slotBytes = static_cast<std::uint64_t>(status.st_size) - ringHeaderSize;
+    if (slotBytes < ringSizeMin || slotBytes > ringSizeMax || (slotBytes & (slotBytes - 1)) != 0) {
+        return refuse(file, EINVAL, "does not have the size of a trace ring");
+    }
+    RingIdentity identity;
+    if (pread(descriptor, &identity, sizeof identity, 0) != sizeof identity || identity.magic != ringMagic) {
+        return refuse(file, EINVAL, "is not a trace ring");
+    }
+    if (identity.version != ringVersion || identity.slotSize != ringSlotSize) {
+        return refuse(file, EINVAL, "is a trace ring of another version");
+    }
+    file->slotCount = slotBytes / ringSlotSize;
+    return 0;
+}
+
+// Fills the nameless or oddly named new file. umask may have taken bits of the mode away.
+int fillRingFile(int descriptor, std::uint64_t slotCount) {
+    if (fchmod(descriptor, 0600) != 0) {
+        return errno;
+    }
+    if (int const failure = posix_fallocate(descriptor, 0, static_cast<off_t>(ringFileSize(slotCount))); failure != 0) {
+        return failure;
+    }
+    RingIdentity const identity{ringMagic, ringVersion, ringSlotSize};
+    std::uint64_t const firstTicket = slotCount;
+    if (pwrite(descriptor, &identity, sizeof identity, 0) != sizeof identity ||
+        pwrite(descriptor, &firstTicket, sizeof firstTicket, offsetof(RingHeader, nextTicket)) != sizeof firstTicket) {
+        return EIO;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int openRingFile(int folder, int access, RingFile* file) {
+    *file = RingFile{};
+    // O_NONBLOCK: opening a fifo must not wait for its other end.
+    int const descriptor = openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (descriptor < 0) {
+        switch (int const failure = errno) {
+        case ENOENT: return refuse(file, failure, "does not exist");
+        case ELOOP: return refuse(file, failure, "is a symbolic link");
+        case EISDIR:
+        case ENXIO: return refuse(file, failure, "is not a regular file");
+        default: return refuse(file, failure, "cannot be opened");
+        }
+    }
+    if (int const failure = checkRingFile(descriptor, file); failure != 0) {
+        close(descriptor);
+        return failure;
+    }
+    file->descriptor = descriptor;
+    return 0;
+}
+
+int createRingFile(int folder, std::uint64_t slotBytes) {
+    // Growing a file beyond this limit would not only fail but end the process with SIGXFSZ.
+    std::uint64_t const slotCount = slotBytes / ringSlotSize;
+    struct rlimit limit;
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < ringFileSize(slotCount)) {
+        return EFBIG;
+    }
+    // Threads of one process, and a signal handler amid one of them, may all be here at once.
+    static std::atomic<unsigned> attempts{0};
+    char name[48];
+    int descriptor = -1;
+    for (int tries = 0; tries < 16 && descriptor < 0; ++tries) {
+        unsigned const attempt = attempts.fetch_add(1, std::memory_order_relaxed);
+        std::snprintf(name, sizeof name, "%s.new.%d.%u", ringFileName, static_cast<int>(getpid()), attempt);
+        descriptor = openat(folder, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+        if (descriptor < 0 && errno != EEXIST) {
+            return errno;
+        }
+    }
+    if (descriptor < 0) {
+        return EEXIST;
+    }
+    int failure = fillRingFile(descriptor, slotCount);
+    close(descriptor);
+    if (failure == 0 && linkat(folder, name, folder, ringFileName, 0) != 0 && errno != EEXIST) {
+        failure = errno;
+    }
+    unlinkat(folder, name, 0);
+    return failure;
+}
+
+}  // namespace zelq
