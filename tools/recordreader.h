@@ -1,0 +1,44 @@
+#ifndef ZELQ_RECORDREADER_H
+#define ZELQ_RECORDREADER_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace zelq {
+
+/// One item of a record, byte for byte as it was recorded.
+struct RecordItem {
+    std::uint64_t id;
+    bool isText;  ///< `bytes` is text, its closing zero byte (if it had one) included
+    std::string bytes;
+};
+
+/// A record read back from its line. A field that the line does not have is empty or 0.
+struct Record {
+    std::string id;
+    long long timeUs = 0;  ///< since 1970
+    std::string host;
+    std::string program;
+    std::uint64_t pid = 0;
+    std::uint64_t tid = 0;
+    std::uint64_t logClass = 0;
+    std::uint64_t logType = 0;
+    std::uint64_t user = 0;
+    std::string severity;
+    std::vector<std::string> flags;
+    std::uint64_t attributes = 0;
+    std::string event;  ///< exact bytes, which need not be UTF-8
+    std::string logId;  ///< likewise
+    std::uint64_t lostBefore = 0;
+    std::vector<RecordItem> items;
+};
+
+/// Reads one line of the store, its '\n' not included. Fields it does not know are ignored: later
+/// versions may add some. Returns "" or the reason why the line is no record.
+std::string parseRecord(std::string_view line, Record* record);
+
+}  // namespace zelq
+
+#endif
