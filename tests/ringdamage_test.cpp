@@ -1,0 +1,318 @@
+#include "ringfixture.h"
+
+#include <sys/resource.h>
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <map>
+#include <random>
+#include <thread>
+
+namespace ringtest {
+namespace {
+
+TEST_F(Ring, LosesOnlyTheLinesOfKilledWriters) {
+    makeSmallRing();
+    RingReader fromFile, inMemory;
+    ASSERT_EQ(0, fromFile.open());
+    inMemory.attach(header(), slots(), smallRing);
+    std::size_t seen = 0;
+    inChild([] { writeChecked(91000, smallRing); });
+    for (unsigned round = 0; round < 15; ++round) {
+        std::vector<pid_t> children;
+        for (unsigned child = 0; child < 3; ++child) {
+            children.push_back(start([=] {
+                std::thread(writeChecked, 10 * round + 2 * child + 1, ~0U).detach();
+                writeChecked(10 * round + 2 * child, ~0U);
+            }));
+        }
+        for (unsigned look = 0; look < 20000; ++look) {
+            for (TraceEntry const& entry : newest(inMemory, 2)) {
+                checkLine(entry);  // where the writers are just now
+            }
+            if (look % 1000 != 0) {
+                continue;
+            }
+            for (RingReader* reader : {&fromFile, &inMemory}) {
+                std::map<unsigned, unsigned> next;
+                for (TraceEntry const& entry : newest(*reader, smallRing)) {
+                    Stamp const stamp = checkLine(entry);
+                    EXPECT_LE(next[stamp.writer], stamp.number);
+                    next[stamp.writer] = stamp.number + 1;
+                    ++seen;
+                }
+            }
+        }
+        for (pid_t const child : children) {
+            kill(child, SIGKILL);
+            EXPECT_EQ(SIGKILL, wait(child));
+        }
+    }
+    EXPECT_GT(seen, 1000U);
+    ASSERT_EQ(0, inChild([] { writeChecked(1000, smallRing); }));
+    Lines const lines = newest(fromFile, smallRing);
+    ASSERT_EQ(smallRing, lines.size()) << "a slot of a dead writer was not taken over";
+    for (unsigned i = 0; i < smallRing; ++i) {
+        EXPECT_EQ(checkedLine(1000, i), lines[i].line());
+    }
+}
+
+TEST_F(Ring, IsNeverReadWhileALineChanges) {
+    makeSmallRing();
+    RingReader fromFile, inMemory;
+    ASSERT_EQ(0, fromFile.open());
+    inMemory.attach(header(), slots(), smallRing);
+    std::atomic<bool> done{false};
+    auto const pause = [] {
+        auto const end = std::chrono::steady_clock::now() + std::chrono::microseconds(10);
+        while (std::chrono::steady_clock::now() < end) {
+        }
+    };
+    std::thread writer([&] {  // slow, and always in the same slot, so that the readers meet it there
+        for (std::uint64_t lap = 2; !done; ++lap) {
+            std::uint64_t const ticket = lap * smallRing + 7;
+            zelq::RingSlot& slot = slots()[7];
+            std::string const line = checkedLine(1, static_cast<unsigned>(lap));
+            slot.control = zelq::slotControl(lap, 1, true);
+            header()->nextTicket = ticket + 1;
+            std::memcpy(slot.text, line.data(), line.size() / 2);
+            slot.length = static_cast<std::uint32_t>(line.size());
+            pause();
+            std::memcpy(slot.text, line.data(), line.size());
+            slot.ticket = ticket;
+            slot.control = zelq::slotControl(lap, 1, false);
+            pause();
+        }
+    });
+    while (header()->nextTicket < 2 * smallRing) {
+    }
+    std::size_t seen = 0;
+    for (unsigned look = 0; look < 20000 || seen == 0; ++look) {
+        for (RingReader* reader : {&fromFile, &inMemory}) {
+            TraceEntry entry;
+            reader->continueAfter(header()->nextTicket - 2);
+            if (reader->follow({}, &entry, 1).count != 0) {
+                checkLine(entry);
+                ++seen;
+            }
+        }
+    }
+    done = true;
+    writer.join();
+}
+
+TEST_F(Ring, TakesSlotsFromTheDeadAndLeavesThemToTheLiving) {
+    makeSmallRing();
+    auto const living = static_cast<std::uint32_t>(getpid());
+    std::uint32_t const dead = deadPid();
+    struct Case {
+        char const* what;
+        int lapsAhead;  // of the lap that the next line belongs to
+        std::uint32_t owner;
+        bool busy;
+        std::uint64_t slotsHeld;
+        std::uint64_t skipped;
+        bool written;
+    };
+    Case const cases[] = {
+        {"finished, a lap ago", -1, living, false, 1, 0, true},
+        {"dead owner", -1, dead, true, 1, 0, true},
+        {"living owner", -1, living, true, 1, 1, true},
+        {"living owners in a row", -1, living, true, 15, 15, true},
+        {"too many of them", -1, living, true, 16, 16, false},
+        {"all of them", -1, living, true, smallRing, 16, false},
+        {"owner that cannot be", -1, 0, true, 1, 0, true},
+        {"busy in this very lap", 0, living, true, 1, 1, true},
+        {"finished in this very lap", 0, living, false, 1, 0, true},
+        {"lap not reached, finished", 5, living, false, smallRing, 0, true},
+        {"lap not reached, living owner", 5, living, true, smallRing, 0, true},
+    };
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.what);
+        std::uint64_t const next = 20 * smallRing + 7;
+        std::uint64_t const control =
+            zelq::slotControl(20 + static_cast<std::uint64_t>(test.lapsAhead), test.owner, test.busy);
+        std::memset(static_cast<void*>(slots()), 0, smallRing * zelq::ringSlotSize);
+        for (std::uint64_t i = 0; i < test.slotsHeld; ++i) {
+            slots()[(next + i) % smallRing].control = control;
+        }
+        header()->nextTicket = next;
+        ASSERT_EQ(0, inChild([] { xtr_trace_cb(3, "line"); }));
+        for (std::uint64_t i = 0; i < test.skipped; ++i) {
+            EXPECT_EQ(control, slots()[(next + i) % smallRing].control);
+        }
+        RingReader reader;
+        ASSERT_EQ(0, reader.open());
+        Lines const lines = newest(reader, 10);
+        ASSERT_EQ(test.written ? 1U : 0U, lines.size());
+        if (test.written) {
+            EXPECT_EQ(next + test.skipped, lines[0].ticket);
+        }
+    }
+}
+
+TEST_F(Ring, RecoversFromDamageAsWritingGoesOn) {
+    makeSmallRing();
+    std::uint64_t const counters[] = {0, 1, 5 * smallRing + 3, 1ULL << 63, ~0ULL - 300, ~0ULL, 0x123456789abcdefULL};
+    unsigned seed = 1;
+    for (std::uint64_t const counter : counters) {
+        SCOPED_TRACE(counter);
+        std::mt19937 random(seed++);
+        auto* const bytes = reinterpret_cast<unsigned char*>(slots());
+        std::generate(bytes, bytes + smallRing * zelq::ringSlotSize,
+                      [&] { return static_cast<unsigned char>(random()); });
+        header()->nextTicket = counter;
+        RingReader reader;
+        ASSERT_EQ(0, reader.open());
+        newest(reader, smallRing);
+        ASSERT_EQ(0, inChild([] { writeChecked(5, 4 * smallRing); }));
+        Lines const lines = newest(reader, smallRing - 56);
+        ASSERT_EQ(smallRing - 56, lines.size());
+        for (unsigned i = 0; i < lines.size(); ++i) {
+            EXPECT_EQ(3 * smallRing + 56 + i, checkLine(lines[i]).number);
+        }
+    }
+}
+
+TEST_F(Ring, LeavesAloneWhatIsNoRing) {
+    std::string const target = folder_ + "/target";
+    auto const make = [](std::string const& path, std::size_t size, bool identified, mode_t mode) {
+        std::string bytes(size, '\x5a');
+        zelq::RingIdentity const identity{zelq::ringMagic, zelq::ringVersion, zelq::ringSlotSize};
+        std::memcpy(bytes.data(), &identity, identified ? sizeof identity : 0);
+        std::ofstream(path, std::ios::binary) << bytes;
+        ASSERT_EQ(0, chmod(path.c_str(), mode));
+    };
+    std::size_t const size = zelq::ringFileSize(smallRing);
+    struct Case {
+        char const* problem;
+        std::function<void()> make;
+    };
+    std::vector<Case> cases = {
+        {"is not a trace ring", [&] { make(ring_, size, false, 0600); }},
+        {"does not have the size of a trace ring", [&] { make(ring_, 0, false, 0600); }},
+        {"does not have the size of a trace ring", [&] { make(ring_, 100, true, 0600); }},
+        {"does not have the size of a trace ring", [&] { make(ring_, zelq::ringFileSize(smallRing / 2), true, 0600); }},
+        {"does not have the size of a trace ring", [&] { make(ring_, size - 1, true, 0600); }},
+        {"does not have the size of a trace ring", [&] { make(ring_, size + 256, true, 0600); }},
+        {"does not have mode 0600", [&] { make(ring_, size, true, 0644); }},
+        {"is a trace ring of another version",
+         [&] {
+             make(ring_, size, true, 0600);
+             std::fstream(ring_, std::ios::in | std::ios::out | std::ios::binary).seekp(8).put(2);
+         }},
+        {"is a symbolic link",
+         [&] {
+             make(target, size, true, 0600);
+             ASSERT_EQ(0, symlink("target", ring_.c_str()));
+         }},
+        {"is a symbolic link", [&] { ASSERT_EQ(0, symlink("target", ring_.c_str())); }},
+        {"is not a regular file", [&] { ASSERT_EQ(0, mkfifo(ring_.c_str(), 0600)); }},
+        {"is not a regular file", [&] { ASSERT_EQ(0, mkdir(ring_.c_str(), 0700)); }},
+    };
+    if (geteuid() == 0) {
+        cases.push_back({"belongs to another user", [&] {
+                             make(ring_, size, true, 0600);
+                             ASSERT_EQ(0, chown(ring_.c_str(), 12345, 12345));
+                         }});
+    }
+    for (Case const& test : cases) {
+        SCOPED_TRACE(test.problem);
+        std::filesystem::remove_all(ring_);
+        std::filesystem::remove(target);
+        test.make();
+        bool const isFile = std::filesystem::is_regular_file(ring_);
+        std::string const before = isFile ? contents(ring_) : "";
+        bool const hasTarget = std::filesystem::exists(target);
+        EXPECT_EQ(0, inChild([] {
+                      alarm(20);
+                      writeChecked(0, 3000);
+                      EXPECT_FALSE(usesSharedRing());
+                  }));
+        if (isFile) {
+            EXPECT_TRUE(before == contents(ring_));
+        }
+        EXPECT_EQ(hasTarget, std::filesystem::exists(target)) << "a link must not be followed to make a file";
+        RingReader reader;
+        EXPECT_NE(0, reader.open());
+        EXPECT_STREQ(test.problem, reader.problem());
+    }
+}
+
+std::size_t privateMemory() {
+    std::istringstream rollup(contents("/proc/self/smaps_rollup"));
+    std::size_t total = 0;
+    for (std::string line; std::getline(rollup, line);) {
+        if (line.rfind("Private_", 0) == 0) {
+            total += std::stoul(line.substr(line.find(':') + 1));
+        }
+    }
+    return total << 10;
+}
+
+TEST_F(Ring, NeedsLittleMemoryWithoutAPlaceToWrite) {
+    auto const fill = [] {
+        xtr_trace("first");
+        EXPECT_FALSE(usesSharedRing());
+        std::size_t const before = privateMemory();
+        for (int i = 0; i < 100000; ++i) {
+            xtr_trace("a line as long as most of them are, with nowhere to go");
+        }
+        EXPECT_LT(privateMemory() - before, 1U << 20);
+    };
+    EXPECT_EQ(0, inChild([&] {
+                  setenv("ZELQ_DIR", "/proc/no/place", 1);
+                  fill();
+              }));
+    EXPECT_EQ(0, inChild([&] {
+                  struct rlimit const limit{4096, 4096};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  fill();
+              }));
+    EXPECT_FALSE(std::filesystem::exists(ring_));
+}
+
+TEST_F(Ring, ReaderCountsWhatItMissedAndSurvivesACutFile) {
+    makeSmallRing();
+    RingReader reader;
+    ASSERT_EQ(0, reader.open());
+    EXPECT_EQ(1U, newest(reader, 1).size());
+    ASSERT_EQ(0, inChild([] { writeChecked(1, smallRing + 44); }));
+    Lines lines(smallRing);
+    zelq::TraceProgress progress = reader.follow({}, lines.data(), 200);
+    EXPECT_EQ(200U, progress.count);
+    EXPECT_EQ(44U, progress.overrun);
+    EXPECT_TRUE(progress.more);
+    EXPECT_EQ(44U, checkLine(lines[0]).number);
+    progress = reader.follow({}, lines.data(), 200);
+    EXPECT_EQ(56U, progress.count);
+    EXPECT_FALSE(progress.more);
+
+    // A line whose writer died is waited for, but not for ever; the ones behind it come through.
+    std::uint64_t const next = header()->nextTicket.fetch_add(1);
+    slots()[next % smallRing].control = zelq::slotControl(next / smallRing, deadPid(), true);
+    ASSERT_EQ(0, inChild([] { xtr_trace("behind"); }));
+    EXPECT_EQ(0U, reader.follow({}, lines.data(), 200).count);
+    usleep(300000);
+    reader.follow({}, lines.data(), 200);
+    usleep(300000);
+    progress = reader.follow({}, lines.data(), 200);
+    EXPECT_EQ(next + 1, lines[0].ticket);
+
+    slots()[(next + 1) % smallRing].length = ~0U;
+    EXPECT_EQ(zelq::ringLineMax, newest(reader, 1).at(0).length);
+    EXPECT_FALSE(reader.isRemoved());
+    for (std::size_t const size :
+         {zelq::ringFileSize(smallRing) - 1, zelq::ringHeaderSize, std::size_t{10}, std::size_t{0}}) {
+        ASSERT_EQ(0, truncate(ring_.c_str(), static_cast<off_t>(size)));
+        EXPECT_EQ(0U, newest(reader, smallRing).size());
+        EXPECT_EQ(0U, reader.follow({}, lines.data(), 200).count);
+    }
+    std::filesystem::remove(ring_);
+    EXPECT_TRUE(reader.isRemoved());
+    EXPECT_EQ(ENOENT, RingReader().open());
+}
+
+}  // namespace
+}  // namespace ringtest
