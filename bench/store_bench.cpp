@@ -1,0 +1,156 @@
+// What recording one log costs: rendering alone, with the store in memory, where a sync costs
+// nothing, and on a disk, where it is nearly everything. Beside each stands what it cannot be
+// cheaper than: a JSON writer's plain string, and one write (with one sync) of as many bytes.
+// Build with services/recordjson.cpp and services/textencoding.cpp.
+
+#include <benchmark/benchmark.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include "benchfolder.h"
+#include "services/recordjson.h"
+#include "zelqplatform/errorlog_service.h"
+
+namespace {
+
+thread_local std::uint64_t allocations = 0;
+
+}  // namespace
+
+// Not inlined: the compiler would otherwise see malloc() on one side of a pair only, and warn.
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    ++allocations;
+    if (void* const memory = std::malloc(size != 0 ? size : 1)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+__attribute__((noinline)) void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+namespace {
+
+char const* const memoryFolder = "/dev/shm";
+char const* const diskFolder = "/var/tmp";
+
+/// A record with one item of `size` bytes.
+class BenchRecord {
+public:
+    BenchRecord(std::size_t size, bool isText) : bytes_(size, isText ? 'x' : '\x80') {
+        for (std::size_t i = 59; isText && i < size; i += 60) {
+            bytes_[i] = '\n';  // as in a dump: what must be escaped comes up now and then
+        }
+        record_.attributes = XLOG_ERROR;
+        std::strcpy(record_.eventName, "BENCH");
+        std::strcpy(record_.logId, "a log of the benchmark");
+        entry_ = {static_cast<std::uint32_t>(size), 1, {}, bytes_.data(), nullptr};
+        record_.details = &entry_;
+    }
+    BenchRecord(BenchRecord const&) = delete;
+    BenchRecord& operator=(BenchRecord const&) = delete;
+
+    xlog_record_interface& get() { return record_; }
+    std::string const& bytes() const { return bytes_; }
+
+    std::string line() const {
+        std::string line;
+        zelq::renderRecord(record_, {0x0123456789ABCDEF, {1764000000, 0}, "host", "program", 1, 1}, 0, line);
+        return line;
+    }
+
+private:
+    std::string bytes_;
+    xlog_detail_entry entry_ = {};
+    xlog_record_interface record_ = {};
+};
+
+void count(benchmark::State& state, std::uint64_t allocationsBefore, std::size_t bytes) {
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(allocations - allocationsBefore), benchmark::Counter::kAvgIterations);
+    state.counters["line_bytes"] = static_cast<double>(bytes);
+}
+
+void render(benchmark::State& state, bool isText) {
+    BenchRecord const record(static_cast<std::size_t>(state.range(0)), isText);
+    std::uint64_t const before = allocations;
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(record.line().data());
+    }
+    count(state, before, record.line().size());
+}
+BENCHMARK_CAPTURE(render, text, true)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(render, binary, false)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
+
+void peerJsonString(benchmark::State& state) {
+    BenchRecord const record(static_cast<std::size_t>(state.range(0)), true);
+    std::string const& bytes = record.bytes();
+    for (auto _ : state) {
+        rapidjson::StringBuffer line;
+        rapidjson::Writer<rapidjson::StringBuffer> writer(line);
+        writer.String(bytes.data(), static_cast<rapidjson::SizeType>(bytes.size()));
+        benchmark::DoNotOptimize(line.GetString());
+    }
+}
+BENCHMARK(peerJsonString)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
+
+void record(benchmark::State& state, char const* parent) {
+    BenchFolder const folder(parent);
+    BenchRecord log(static_cast<std::size_t>(state.range(0)), true);
+    std::uint64_t const before = allocations;
+    for (auto _ : state) {
+        if (xlog_record(&log.get(), nullptr) != XLOG_OK) {
+            state.SkipWithError("the record could not be stored");
+            break;
+        }
+    }
+    count(state, before, log.line().size());
+}
+BENCHMARK_CAPTURE(record, memory, memoryFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(record, disk, diskFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+void peerWrite(benchmark::State& state, char const* parent) {
+    BenchFolder const folder(parent);
+    BenchRecord const log(static_cast<std::size_t>(state.range(0)), true);
+    std::string const line = log.line();
+    std::string const path = folder.path() + "/peer";
+    int const file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    std::size_t size = 0;
+    for (auto _ : state) {
+        if (write(file, line.data(), line.size()) < 0 || fdatasync(file) != 0) {
+            state.SkipWithError("cannot write");
+            break;
+        }
+        size += line.size();
+        if (size > 16U << 20) {  // as much as a file of the store gets
+            size = 0;
+            if (ftruncate(file, 0) != 0) {
+                state.SkipWithError("cannot truncate");
+                break;
+            }
+        }
+    }
+    close(file);
+}
+BENCHMARK_CAPTURE(peerWrite, memory, memoryFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(peerWrite, disk, diskFolder)
+    ->Arg(1 << 10)
+    ->Arg(60 << 10)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+}  // namespace
