@@ -13,7 +13,7 @@
 #include "support/fakeservices.h"
 #include "support/hex.h"
 #include "zelqcood/block.h"
-#include "zelqcood/log.h"
+#include "zelqcood/mclog.h"
 
 namespace {
 
@@ -140,6 +140,63 @@ TEST(Allocation, OfLogs) {
         "assign", [&] { log = other; }, whole);
     failEach(
         "removeAllData", [&] { log.removeAllData(); }, whole);
+}
+
+TEST(Allocation, OfMicrocodeLogs) {
+    setBacktrace(longText);
+    setFetchService([](char, char* buffer, unsigned) {
+        buffer[0] = 'x';
+        return 0;
+    });
+    XMicrocodeLog::Attribute const all = XLog::informational;
+    XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, longText);
+    XEndMicrocodeLog other(5, 6, 7, 8, "other", longText, all, 0, "");
+    other.addData(XLogData(someBytes, 5, 1));
+    other.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+    Block const block(other.asBinary());
+    auto const whole = [&] { return toHex(Block(log.asBinary())); };
+    std::unique_ptr<XMicrocodeLog> made;
+    failEach("construct", [&] { made.reset(new XEndMicrocodeLog(1, 2, 3, 4, longText, longText, all, 0, longText)); });
+    made.reset();
+    failEach("construct by default", [&] { made.reset(new XEndMicrocodeLog()); });
+    made.reset();
+    failEach("clone", [&] { made.reset(other.clone()); });
+    made.reset();
+    failEach("rebuild", [&] { made.reset(new XEndMicrocodeLog(block.get())); });
+    failEach("asBinary", [&] { Block(other.asBinary()); });
+    failEach(
+        "merge", [&] { log += other; }, whole);
+    failEach(
+        "setText", [&] { log.setText((std::string(longText) + longText).c_str()); }, whole);
+    failEach(
+        "addTraceBlocks", [&] { log.addTraceBlocks(3, 3, 3); }, whole);
+    failEach(
+        "secondaryRefcodes", [&] { log.secondaryRefcodes(); }, whole);
+    setBacktrace(nullptr);
+    setFetchService(nullptr);
+}
+
+// The items that go in front for the recording may stay, but then they belong to the log.
+TEST(Allocation, OfARecordedMicrocodeLog) {
+    bool failed = true;
+    for (unsigned n = 1; failed; ++n) {
+        long const live = liveAllocations();
+        {
+            XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, "");
+            log.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+            clearTrace();
+            failAllocation(n);
+            try {
+                log.log();
+            } catch (std::bad_alloc const&) {
+            }
+            failed = hasFailed();
+            failAllocation(0);
+            expectBalancedScopes();
+        }
+        EXPECT_EQ(liveAllocations(), live) << n;
+        ASSERT_LT(n, 100u);
+    }
 }
 
 // Without its array of entries a log goes out without its data: that failure throws nothing.

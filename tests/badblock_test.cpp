@@ -9,11 +9,17 @@
 
 #include "support/fakeservices.h"
 #include "support/guardedblock.h"
-#include "zelqcood/log.h"
+#include "zelqcood/mclog.h"
 
 namespace {
 
-enum Kind { logData, microcodeLogData, log };
+enum Kind { logData, microcodeLogData, log, refcode, microcodeLog, endMicrocodeLog };
+Kind const allKinds[] = {logData, microcodeLogData, log, refcode, microcodeLog, endMicrocodeLog};
+
+struct PlainMicrocodeLog : XMicrocodeLog {
+    using XMicrocodeLog::XMicrocodeLog;
+    XMicrocodeLog* clone() override { return new PlainMicrocodeLog(*this); }
+};
 
 // Rebuilds an object of the kind and gives its block, with the lines that rebuilding reported.
 Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>* reported = nullptr) {
@@ -29,6 +35,9 @@ Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>* reporte
     case logData: take(XLogData(block)); break;
     case microcodeLogData: take(XMicrocodeLogData(block)); break;
     case log: take(XLog(block)); break;
+    case refcode: take(XMicrocodeLog::SecondaryRefcodeInfo(block)); break;
+    case microcodeLog: take(PlainMicrocodeLog(block)); break;
+    case endMicrocodeLog: take(XEndMicrocodeLog(block)); break;
     }
     return again;
 }
@@ -49,9 +58,13 @@ char const emptyLog[] =
     "32 00 00 00 02 80 01 00 18 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
     "09 00 00 00 01 00 01 00 00 09 00 00 00 03 00 01 00 00";
 
+char const emptyRefcode[] = "18 00 00 00 03 00 01 00 10 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00";
+
 TEST(BadBlock, IsReportedInOneLine) {
     std::string const base = "18000000 0000 0100 11 22 0403 00010000 00000000 00000000";
     std::string const event = "0A000000 0100 0100 45 00";
+    std::string const innerLog = "08000000 0280 0100";
+    std::string const text = "0A000000 0100 0100 54 00";
     struct {
         Kind kind;
         std::string block;
@@ -113,6 +126,37 @@ TEST(BadBlock, IsReportedInOneLine) {
          "XLIBMLDT: Invalid data format (got 5, expecting 1)", "01 01 08 00 00 00 01 00 01 00"},
         {microcodeLogData, "..0680 0100", "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
         {microcodeLogData, "..0680 0100 00000000 0580 0100", "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
+        // secondary reference codes
+        {refcode, "..0380 0100", "XLIBMLGF: Invalid data type (got 32771, expecting 0x3)", emptyRefcode},
+        {refcode, "..0300 0200", "XLIBMLGF: Invalid data format (got 2, expecting 1)", emptyRefcode},
+        {refcode, "..0300 0100 08000000 0100 0100", "XLIBMLGF: Unknown data type (0x1)", emptyRefcode},
+        {refcode, "..0300 0100 10000000 0000 0300 0ADE3000 78563412",
+         "XLIBMLGF: Invalid baseBlock data format (got 3, expecting 1)", emptyRefcode},
+        {refcode, "..0300 0100 0F000000 0000 0100 0ADE3000 785634",
+         "XLIBMLGF: Invalid baseBlock data size (got 15, expecting at least 16)", emptyRefcode},
+        // microcode logs
+        {microcodeLog, "..0380 0100" + innerLog + "12000000 0000 0200 3000 78563412 01000000" + text,
+         "XLIBMLGF: Invalid baseBlock data format (got 2, expecting 1)", "0A 00 00 00 01 00 01 00 54 00"},
+        {microcodeLog, "..0380 0100" + innerLog + "11000000 0000 0100 3000 78563412 010000" + text,
+         "XLIBMLGF: Invalid baseBlock data size (got 17, expecting at least 18)", "0A 00 00 00 01 00 01 00 54 00"},
+        {microcodeLog, "..0380 0100" + innerLog + "0A000000 0100 0700 54 00",
+         "XLIBMLGF: Invalid textBlock data format (got 7, expecting 1)", "09 00 00 00 01 00 01 00 00"},
+        {microcodeLog, "..0380 0100" + innerLog + "0A000000 0200 0700 54 00" + text,
+         "XLIBMLGF: Invalid backtraceBlock data format (got 7, expecting 1)", "0A 00 00 00 01 00 01 00 54 00"},
+        {microcodeLog, "..0380 0100" + innerLog + "0A000000 0200 0100 54 55" + text,
+         "XLIBMLGF: Invalid backtraceBlock data (no zero byte in 2 bytes)", "0B 00 00 00 02 00 01 00 54 55 00"},
+        {microcodeLog, "..0380 0100" + innerLog + "08000000 0400 0100" + text, "XLIBMLGF: Unknown data type (0x4)",
+         "0A 00 00 00 01 00 01 00 54 00"},
+        {microcodeLog, "..0380 0100" + innerLog + "08000000 0300 0500" + text,
+         "XLIBMLGF: Invalid data format (got 5, expecting 1)", emptyRefcode},
+        {microcodeLog, "..0380 0100" + text, "XLIBLOGF: Invalid data pointer: 0x00000000", emptyLog},
+        {microcodeLog, "..0380 0100" + innerLog + "07000000 0100 0100" + text,
+         "XLIBMLGF: Invalid textBlock data size (got 7 at offset 16, expecting 8 to 18)", "09 00 00 00 01 00 01 00 00"},
+        {endMicrocodeLog, "..0580 0100..0380 0100" + innerLog + text,
+         "XLIBEMLF: Invalid data type (got 32773, expecting 0x8004)", "0A 00 00 00 01 00 01 00 54 00"},
+        {endMicrocodeLog, "..0480 0200..0380 0100" + innerLog + text,
+         "XLIBEMLF: Invalid data format (got 2, expecting 1)", "0A 00 00 00 01 00 01 00 54 00"},
+        {endMicrocodeLog, "..0480 0100", "XLIBLOGF: Invalid data pointer: 0x00000000", emptyLog},
     };
     for (auto const& c : cases) {
         GuardedBlock const block(withSizes(c.block));
@@ -132,6 +176,9 @@ TEST(BadBlock, NullPointerGivesAnEmptyObject) {
         {logData, "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
         {microcodeLogData, "XLIBLGDF: Invalid data pointer: 0x00000000", emptyItem},
         {log, "XLIBLOGF: Invalid data pointer: 0x00000000", emptyLog},
+        {refcode, "XLIBMLGF: Invalid data pointer: 0x00000000", emptyRefcode},
+        {microcodeLog, "XLIBLOGF: Invalid data pointer: 0x00000000", emptyLog},
+        {endMicrocodeLog, "XLIBLOGF: Invalid data pointer: 0x00000000", emptyLog},
     };
     for (auto const& c : cases) {
         std::vector<std::string> reported;
@@ -147,10 +194,17 @@ Bytes richBlock(Kind kind) {
     switch (kind) {
     case logData: return toBytes(Block(XLogData(word, 5, 0x1234).asBinary()));
     case microcodeLogData: return toBytes(Block(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat).asBinary()));
-    case log: break;
+    case refcode: return toBytes(Block(XMicrocodeLog::SecondaryRefcodeInfo(1, 2, 3, 4).asBinary()));
+    default: break;
     }
-    XLog rich(0x11, 0x22, 0x0304, "event", XLog::error, "log id");
+    XEndMicrocodeLog rich(0x22, 0x0304, 5, 6, "event", "text", XMicrocodeLog::omitAllTraces, 1, "log id");
     rich.addData(XLogData(word, 5, 1)).addData(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));
+    rich.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+    switch (kind) {
+    case log: return toBytes(Block(rich.XLog::asBinary()));
+    case microcodeLog: return toBytes(Block(rich.XMicrocodeLog::asBinary()));
+    default: break;
+    }
     return toBytes(Block(rich.asBinary()));
 }
 
@@ -159,7 +213,8 @@ std::vector<std::size_t> headersIn(Bytes const& block, std::size_t start = 0) {
     std::vector<std::size_t> offsets{start};
     std::uint16_t type = 0;
     std::memcpy(&type, &block[start + 4], sizeof type);
-    if (type >= 0x8000) {
+    bool const isRefcode = type == 3 && sizeOf(&block[start]) == 24;
+    if (type >= 0x8000 || isRefcode) {
         for (std::size_t at = start + 8; at < start + sizeOf(&block[start]); at += sizeOf(&block[at])) {
             for (std::size_t offset : headersIn(block, at)) {
                 offsets.push_back(offset);
@@ -180,7 +235,7 @@ void expectUsable(Kind kind, Bytes const& damaged, std::string const& what) {
 }
 
 TEST(BadBlock, EverySizeTypeAndFormatFieldMayBeWrong) {
-    for (Kind kind : {logData, microcodeLogData, log}) {
+    for (Kind kind : allKinds) {
         Bytes const good = richBlock(kind);
         for (std::size_t header : headersIn(good)) {
             std::uint32_t const size = sizeOf(&good[header]);
@@ -204,7 +259,7 @@ TEST(BadBlock, EverySizeTypeAndFormatFieldMayBeWrong) {
 }
 
 TEST(BadBlock, EveryTruncationIsSurvived) {
-    for (Kind kind : {logData, microcodeLogData, log}) {
+    for (Kind kind : allKinds) {
         Bytes const good = richBlock(kind);
         for (std::uint32_t size = 8; size < good.size(); ++size) {
             Bytes damaged(good.data(), good.data() + size);

@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -37,6 +38,7 @@ constexpr std::size_t defaultRing = zelq::ringSizeDefault / zelq::ringSlotSize;
 inline pid_t start(std::function<void()> const& run) {
     pid_t const child = fork();
     if (child == 0) {
+        prctl(PR_SET_PDEATHSIG, SIGKILL);  // some would write for ever
         run();
         _exit(testing::Test::HasFailure() ? 1 : 0);
     }

@@ -13,9 +13,11 @@
 namespace zelq {
 namespace {
 
+// Enough to tell some ten thousand records apart, and to be typed.
 constexpr std::size_t shownIdDigits = 8;
 constexpr std::size_t candidatesMax = 10;
 
+/// A record and the line it was read from, kept beyond the visit.
 struct Found {
     Record record;
     std::string line;
@@ -63,6 +65,8 @@ void printHeading(Output& output) {
     output.print("\n");
 }
 
+// At most 80 columns with a program name of 15 characters. Only the last column may grow, so that
+// the others stay in line.
 void printSummary(Record const& record, Output& output) {
     bool const isError = record.severity == "error";
     if (record.lostBefore > 0) {
@@ -86,6 +90,7 @@ std::string number(std::uint64_t value, int digits) {
     return "0x" + hex(value, digits) + " (" + std::to_string(value) + ")";
 }
 
+// The closing zero byte of a text and its last line end are left out; the size counts both.
 void printItem(std::size_t index, RecordItem const& item, Output& output) {
     std::string const kind = item.isText ? ", text" : "";
     printField(("item " + std::to_string(index)).c_str(),
@@ -140,6 +145,7 @@ void printRecord(Record const& record, Output& output) {
     }
 }
 
+// The candidates stand with whole ids, oldest first, ready to be copied.
 int reportAmbiguous(std::string const& id, std::vector<Found> const& found, Output& output) {
     output.flush();
     complain("id '" + id + "' is ambiguous, it begins the ids of " + count(found.size(), "record") + ":");
@@ -180,7 +186,7 @@ int listLogs(LogListOptions const& options, Output& output) {
     if (options.newest == std::numeric_limits<std::size_t>::max()) {
         store.visit(StoreReader::Order::oldestFirst,
                     [&](Record& record, std::string_view line) { return !matches(record) || print(record, line); });
-    } else if (options.newest > 0) {
+    } else if (options.newest > 0) {  // from the end: the newest ten do not cost reading all
         std::vector<Found> found;
         store.visit(StoreReader::Order::newestFirst, [&](Record& record, std::string_view line) {
             if (matches(record)) {

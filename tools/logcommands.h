@@ -13,7 +13,7 @@ namespace zelq {
 struct LogListOptions {
     std::size_t newest = std::numeric_limits<std::size_t>::max();  ///< how many
     std::optional<long long> sinceUs;                              ///< microseconds since 1970
-    bool json = false;
+    bool json = false;                                             ///< the stored lines as they are
 };
 
 /// Prints one line for each record that matches, the newest last. Returns an ExitStatus.

@@ -22,6 +22,8 @@
 
 namespace {
 
+/// What the options say, as text where the text has a meaning of its own. The commands share it:
+/// only one of them runs.
 struct CommandLine {
     std::string newest;
     std::string since;
@@ -39,6 +41,7 @@ struct UsageError {
     std::string message;
 };
 
+// The values are read here and not by the parser, whose messages would not name the fault.
 std::size_t parseNewest(std::string const& text) {
     if (text == "all") {
         return std::numeric_limits<std::size_t>::max();
@@ -104,6 +107,7 @@ int runList(CommandLine const& line, zelq::Output& output) {
     return zelq::listLogs(options, output);
 }
 
+// Following begins with ten lines, so that the screen shows where it starts.
 int runTrace(CommandLine const& line, zelq::Output& output) {
     zelq::TraceOptions options;
     options.json = line.format == "json";
@@ -178,6 +182,7 @@ int run(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         if (show.parsed() && (log.count("-n") > 0 || log.count("-S") > 0)) {
+            // The parser gives what 'show' does not know to 'log', which does.
             throw UsageError{"-n and --since belong to 'log list'"};
         }
         zelq::Output output(line.colour);

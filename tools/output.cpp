@@ -44,6 +44,8 @@ unsigned codePoint(unsigned char const* bytes, std::size_t length) {
     return value;
 }
 
+// The characters after the control characters cannot harm a terminal, but the reader: they make one
+// line look like two, or text stand where it does not.
 bool isDangerous(unsigned character) {
     return character < 0x20 || (character >= 0x7F && character <= 0x9F) ||  // control characters
            character == 0x2028 || character == 0x2029 ||                    // line ends of another kind
@@ -80,6 +82,7 @@ void Output::print(Style style, std::string_view text) {
     }
 }
 
+// write(2) rather than a stream: a failure is known with its errno, and at the line it came with.
 bool Output::flush() {
     std::size_t done = 0;
     while (failure_ == 0 && done < pending_.size()) {
@@ -135,6 +138,7 @@ std::string padded(std::string text, std::size_t width) {
 }
 
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
+    // Four digits keep a line below 80 columns; longer items get what they need.
     int const digits = bytes.size() > 0x10000 ? 6 : 4;
     for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
         std::string_view const row = bytes.substr(offset, 16);

@@ -16,8 +16,10 @@ enum ExitStatus {
     exitFailed = 4,   ///< the folder is refused, or standard output cannot be written
 };
 
+/// When output is coloured.
 enum class ColourMode { automatic, always, never };
 
+/// What a piece of output is; how that looks is decided in one place.
 enum class Style { plain, heading, alarm, faint };
 
 /// Standard output. Collects what is printed; a failed write is remembered, and later ones are

@@ -27,6 +27,7 @@ int base64Digit(char c) {
     return c == '+' ? 62 : c == '/' ? 63 : -1;
 }
 
+// Strict: padding only at the end and always there, no line ends.
 bool decodeBase64(std::string_view text, std::string* bytes) {
     if (text.size() % 4 != 0) {
         return false;
@@ -109,6 +110,7 @@ void readItem(Value const& value, std::string* reason, RecordItem* item) {
     if (!item->isText && !reader.readBase64("base64", &item->bytes)) {
         reader.fail("items", "has an item without data");
     }
+    // A text is stored without its closing zero byte, which only the size tells of.
     if (item->isText && size == item->bytes.size() + 1) {
         item->bytes += '\0';
     }
@@ -190,6 +192,7 @@ std::string parseRecord(std::string_view line, Record* record) {
     reader.read("severity", &record->severity);
     reader.read("attributes", &record->attributes);
     reader.read("event", &record->event);
+    // Where the exact bytes are given, they count; the text beside them has replacements in it.
     reader.readBase64("event_base64", &record->event);
     reader.read("log_id", &record->logId);
     reader.readBase64("log_id_base64", &record->logId);

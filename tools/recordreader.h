@@ -10,8 +10,8 @@ namespace zelq {
 
 /// One item of a record, byte for byte as it was recorded.
 struct RecordItem {
-    std::uint64_t id;
-    bool isText;  ///< `bytes` is text, its closing zero byte (if it had one) included
+    std::uint64_t id;  ///< as the recording program chose it
+    bool isText;       ///< `bytes` is text, its closing zero byte (if it had one) included
     std::string bytes;
 };
 
@@ -26,12 +26,12 @@ struct Record {
     std::uint64_t logClass = 0;
     std::uint64_t logType = 0;
     std::uint64_t user = 0;
-    std::string severity;
+    std::string severity;  ///< "error" or "informational"
     std::vector<std::string> flags;
-    std::uint64_t attributes = 0;
-    std::string event;  ///< exact bytes, which need not be UTF-8
-    std::string logId;  ///< likewise
-    std::uint64_t lostBefore = 0;
+    std::uint64_t attributes = 0;  ///< the whole word; `flags` names the bits that have one
+    std::string event;             ///< exact bytes, which need not be UTF-8
+    std::string logId;             ///< likewise
+    std::uint64_t lostBefore = 0;  ///< records of that process that could not be stored before this one
     std::vector<RecordItem> items;
 };
 

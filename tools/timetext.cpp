@@ -139,6 +139,7 @@ bool takeDate(Scanner& scanner, tm* moment) {
     return true;
 }
 
+// "10:00", "10:00:01" or "10:00:01.5"; the ranges are left to toMicroseconds().
 bool takeTimeOfDay(Scanner& scanner, tm* moment, int* us) {
     if (!scanner.takeNumber(1, 2, &moment->tm_hour) || !scanner.take(':') ||
         !scanner.takeNumber(2, 2, &moment->tm_min)) {
@@ -163,6 +164,7 @@ bool toMicroseconds(tm moment, int us, bool utc, long long* timeUs) {
     return true;
 }
 
+// One or more numbers with their units, "1h 30min"; a number without a unit counts seconds.
 bool parseSpan(std::string_view text, double* us) {
     Scanner scanner(text);
     *us = 0;
@@ -184,7 +186,7 @@ bool parseSpan(std::string_view text, double* us) {
         *us += number * factor;
         scanner.skipSpaces();
     } while (!scanner.atEnd());
-    return *us < 9e18;
+    return *us < 9e18;  // what a long long holds
 }
 
 bool endsWith(std::string_view text, std::string_view end) {
@@ -193,6 +195,7 @@ bool endsWith(std::string_view text, std::string_view end) {
 
 bool parseMoment(std::string_view text, long long nowUs, long long* timeUs) {
     bool utc = false;
+    // What is without a mark is local time, as the user's clock shows it.
     for (std::string_view const mark : {" utc", "z"}) {
         if (endsWith(text, mark)) {
             text.remove_suffix(mark.size());
@@ -212,7 +215,7 @@ bool parseMoment(std::string_view text, long long nowUs, long long* timeUs) {
     }
     Scanner scanner(text);
     int us = 0;
-    Scanner onlyTime = scanner;
+    Scanner onlyTime = scanner;  // "10:00" and "2026-..." both begin with digits
     tm atTime = moment;
     if (takeTimeOfDay(onlyTime, &atTime, &us) && onlyTime.atEnd()) {
         return toMicroseconds(atTime, us, utc, timeUs);
@@ -256,6 +259,7 @@ std::string shownTime(long long timeUs, bool microseconds) {
 }
 
 bool parseGivenTime(std::string_view given, long long nowUs, long long* timeUs) {
+    // Case and surrounding spaces do not matter: "2026-11-22T10:00Z" is as good as "today ".
     std::string text;
     for (char const c : given) {
         text += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

@@ -19,6 +19,7 @@
 namespace zelq {
 namespace {
 
+// Short enough to look immediate, long enough to cost nothing.
 constexpr int pollMs = 100;
 constexpr std::size_t followBatch = 1024;
 constexpr std::size_t timeStart = 11;  // of the time of day, in what shownTime() returns
@@ -116,6 +117,7 @@ bool waitForLines() {
     return poll(&reader, 1, pollMs) <= 0 || (reader.revents & POLLERR) == 0;
 }
 
+// Ends only by a failure: of the ring, or of an output whose reader has gone.
 int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, Output& output) {
     std::vector<TraceEntry> entries(followBatch);
     while (output.flush()) {
@@ -151,6 +153,7 @@ int printTrace(TraceOptions const& options, Output& output) {
     if (status == exitNothing) {
         complain("no trace yet: there is no ring '" + ringPath() + "'");
     }
+    // With follow, wait for the first program that traces.
     while (status == exitNothing && options.follow && waitForLines()) {
         status = openRing(ring);
     }

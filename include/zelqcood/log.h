@@ -9,6 +9,7 @@
 #include "zelqplatform/zostring.h"
 
 struct xlog_record_interface;
+class XMicrocodeLog;
 
 /// The plain log record: class, type, user, event name, log id, attributes and an ordered list of
 /// data items.
@@ -120,6 +121,8 @@ public:
     std::list<XLogData*>* data() const;
 
 private:
+    friend class XMicrocodeLog;  // undoes a merge that ran out of memory, field by field
+
     ZELQ_LOCAL XLog& setFlag(Attribute const& flag, int enable);
     ZELQ_LOCAL int hasFlag(Attribute const& flag) const;
 

@@ -163,6 +163,8 @@ void writeName(LineWriter& writer, char const* name, char const* exactName, Byte
     }
 }
 
+// Text for everything that people can read as such; the rest is carried in base64. A program that
+// counted the closing zero byte of a text has it counted here too.
 void writeItem(LineWriter& writer, xlog_detail_entry const& entry) {
     Bytes const bytes = {static_cast<unsigned char const*>(entry.data), entry.data != nullptr ? entry.size : 0};
     bool const terminated = bytes.size > 0 && bytes.data[bytes.size - 1] == 0;
@@ -180,6 +182,7 @@ void writeItem(LineWriter& writer, xlog_detail_entry const& entry) {
     writer.EndObject();
 }
 
+// One allocation instead of many for a long record: never much too small, base64 being the worst.
 std::size_t likelySize(xlog_record_interface const& record) {
     std::size_t size = 1024;
     for (xlog_detail_entry const* entry = record.details; entry != nullptr; entry = entry->next) {

@@ -1,6 +1,8 @@
 #include "support/fakeservices.h"
 
 #include <cctype>
+#include <cstring>
+#include <utility>
 
 #include "support/failingnew.h"
 #include "zelqplatform/trace_service.h"
@@ -14,6 +16,13 @@ std::vector<TraceCall>& calls() {
 
 bool recording = true;
 std::function<int(xlog_record_interface*, int*)> recordService;
+std::function<int(char, char*, unsigned)> fetchService;
+char const* backtrace = nullptr;
+std::vector<int> backtraceRequests;
+
+int fetch(char which, char* buffer, unsigned size) {
+    return fetchService ? fetchService(which, buffer, size) : -1;
+}
 
 void add(TraceCall::Function function, unsigned int handle, char const* line, void const* data = nullptr,
          unsigned long length = 0) {
@@ -80,6 +89,18 @@ void setRecordService(std::function<int(xlog_record_interface*, int*)> service) 
     recordService = std::move(service);
 }
 
+void setBacktrace(char const* text) {
+    backtrace = text;
+}
+
+std::vector<int> takeBacktraceRequests() {
+    return std::exchange(backtraceRequests, {});
+}
+
+void setFetchService(std::function<int(char, char*, unsigned)> service) {
+    fetchService = std::move(service);
+}
+
 extern "C" {
 
 int xtr_trace(char const* line) {
@@ -100,5 +121,24 @@ int xtr_dump_bytes_cb(unsigned int handle, char const* label, void const* data, 
 int xlog_record(xlog_record_interface* record, int* crc) {
     *crc = 0;
     return recordService ? recordService(record, crc) : 0;
+}
+
+int xlog_get_backtrace(char** text, int frames, int*) {
+    NoFailingNew const allowed;
+    backtraceRequests.push_back(frames);
+    *text = backtrace == nullptr ? nullptr : strdup(backtrace);
+    return 0;
+}
+
+int xtr_fetch(char* buffer, unsigned int lines, unsigned int lineWidth, int*, int*) {
+    return fetch('s', buffer, lines * lineWidth);
+}
+
+int xtr_fetch_pid(char* buffer, unsigned int size, int*) {
+    return fetch('p', buffer, size);
+}
+
+int xtr_fetch_tid(char* buffer, unsigned int size, int*) {
+    return fetch('t', buffer, size);
 }
 }

@@ -36,4 +36,14 @@ void setTraceRecording(bool on);
 /// What xlog_record does from now on; it may throw.
 void setRecordService(std::function<int(xlog_record_interface*, int*)> service);
 
+/// The text that xlog_get_backtrace gives from now on; null when it has none.
+void setBacktrace(char const* text);
+
+/// The numbers of frames that xlog_get_backtrace was asked to leave out, and an end to the record.
+std::vector<int> takeBacktraceRequests();
+
+/// What the three fetches put into the buffer of the given size, and their result. They tell in
+/// `which` whether they were called for the system ('s'), the process ('p') or the thread ('t').
+void setFetchService(std::function<int(char which, char* buffer, unsigned size)> service);
+
 #endif

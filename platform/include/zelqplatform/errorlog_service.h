@@ -82,6 +82,15 @@ extern "C" {
 /// made from several threads and processes at once, may block while another program writes, and
 /// is not safe in a signal handler.
 ZELQ_API int xlog_record(xlog_record_interface* record, int* crc);
+
+/// Describes the calling thread's stack, one line a frame, innermost first: number, address,
+/// demangled function with offset, module with offset. `frames` innermost frames are left out, this
+/// function's own not counted.
+///
+/// Stores in `*text` a zero-terminated text that the caller releases with free(), and its length in
+/// `*length` (may be null). Returns 0; or, when there is no frame or no memory, an errno, with null
+/// in `*text`. Not safe in a signal handler.
+ZELQ_API int xlog_get_backtrace(char** text, int frames, int* length);
 }
 
 #endif

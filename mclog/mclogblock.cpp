@@ -1,0 +1,76 @@
+// The block form of the microcode log.
+
+#include "block/blockreader.h"
+#include "block/blockwriter.h"
+#include "zelqcood/block.h"
+#include "zelqcood/mclog.h"
+#include "zelqcood/trace.h"
+
+namespace {
+
+const char _traceMask[] = "XLIBMLG";
+
+enum Child : unsigned short { baseBlock = 0, textBlock = 1, backtraceBlock = 2, secondaryRefcodeBlock = 3 };
+
+constexpr PackedField<std::uint16_t, 0> errorIdField = {};
+constexpr PackedField<std::int32_t, 2> errorReasonField = {};
+constexpr PackedField<std::int32_t, 6> ownedField = {};
+constexpr std::size_t baseBlockSize = ownedField.end;
+
+constexpr BlockChildKind children[] = {
+    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
+    {textBlock, "textBlock", BlockChildKind::text},
+    {backtraceBlock, "backtraceBlock", BlockChildKind::text},
+    {secondaryRefcodeBlock, "SecondaryRefcodeInfo", BlockChildKind::ownReader},
+    {logClassCode, "XLog", BlockChildKind::ignored},
+};
+
+}  // namespace
+
+// The plain log is read before the block around it is checked: a wrong header does not make it
+// worthless. A null block has been reported by the base class.
+XMicrocodeLog::XMicrocodeLog(unsigned char* block)
+    : XLog(findBlock(block, logClassCode)),
+      errorId_(0),
+      errorReason_(0),
+      owned_(0),
+      secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
+    XTrace scope(_traceMask, 'D', "XMicrocodeLog");
+    BlockReader reader(block, _traceMask, 'F');
+    if (block == nullptr || !reader.accepts(microcodeLogClass)) {
+        return;
+    }
+    while (reader.next(children)) {
+        switch (reader.type()) {
+        case baseBlock:
+            setErrorId(reader.get(errorIdField));
+            setErrorReason(reader.get(errorReasonField));
+            setOwned(reader.get(ownedField));
+            break;
+        case textBlock: text_ = reader.text(); break;
+        case backtraceBlock: backtrace_ = reader.text(); break;
+        case secondaryRefcodeBlock: secondaryRefcodes_->push_back(SecondaryRefcodeInfo(reader.block())); break;
+        }
+    }
+    ZoString const here = captureBacktrace();
+    if (here.length() != 0) {
+        backtrace_ += "\nDeserialized\n";
+        backtrace_ += here;
+    }
+}
+
+unsigned char* XMicrocodeLog::asBinary() const {
+    XTrace scope(_traceMask, 'F', "asBinary");
+    BlockWriter writer(microcodeLogClass);
+    writer.addFields(baseBlock, PackedFields<baseBlockSize>()
+                                    .put(errorIdField, errorId())
+                                    .put(errorReasonField, errorReason())
+                                    .put(ownedField, isOwned()));
+    writer.addText(textBlock, text());
+    writer.addText(backtraceBlock, backtrace());
+    for (SecondaryRefcodeInfo const& refcode : *secondaryRefcodes_) {
+        writer.addOwned(refcode.asBinary());
+    }
+    writer.addOwned(XLog::asBinary());
+    return writer.release();
+}

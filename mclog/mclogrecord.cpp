@@ -1,0 +1,133 @@
+// Recording a microcode log, and the trace snapshots that go with it.
+
+#include <new>
+
+#include "block/packedfields.h"
+#include "mclog/addeditems.h"
+#include "mclog/traceitems.h"
+#include "trace/message.h"
+#include "zelqcood/mclog.h"
+#include "zelqplatform/trace_service.h"
+
+namespace {
+
+constexpr unsigned int lineWidth = 80;
+
+constexpr PackedField<std::uint16_t, 0> errorIdField = {};
+constexpr PackedField<std::int32_t, 2> errorReasonField = {};
+constexpr std::size_t referenceCodeSize = errorReasonField.end;
+
+// Puts a text item at the front of the list, which owns it from then on.
+void insertText(std::list<XLogData*>& items, ZoString const& text) {
+    std::unique_ptr<XLogData> item(
+        new XMicrocodeLogData(static_cast<char*>(text), text.length(), XMicrocodeLogData::textFormat));
+    items.push_front(item.get());
+    item.release();
+}
+
+void removeFirst(std::list<XLogData*>& items) {
+    delete items.front();
+    items.pop_front();
+}
+
+// The service takes 8 bits of a block id, but the two formats need 9: they get numbers instead.
+void numberFormats(std::list<XLogData*> const& items) {
+    constexpr unsigned short firstNumber = 3;
+    constexpr unsigned short firstTextNumber = 0xE0;
+    constexpr unsigned short lastTextNumber = 0xEC;  // the items of the log itself follow
+    unsigned short number = firstNumber;
+    unsigned short textNumber = firstTextNumber;
+    for (XLogData* item : items) {
+        if (item->size() == 0) {
+            continue;
+        }
+        bool const isText = item->blockId() == XMicrocodeLogData::textFormat;
+        if (isText && textNumber <= lastTextNumber) {
+            item->setBlockId(textNumber++);
+        } else if (isText || item->blockId() == XMicrocodeLogData::binaryFormat) {
+            item->setBlockId(number++);
+        }
+    }
+}
+
+// One snapshot as an item, when the fetch succeeds: the text and one byte behind it, which is zero
+// unless the text fills the buffer to its last line.
+template <class Fetch>
+void addSnapshot(XMicrocodeLog& log, unsigned int lines, MicrocodeLogItem blockId, Fetch fetch) {
+    std::size_t size = 0;
+    if (__builtin_mul_overflow(std::size_t{lines}, std::size_t{lineWidth + 1}, &size)) {
+        throw std::bad_alloc();
+    }
+    std::unique_ptr<char[]> const buffer(new char[size]());
+    int const result = fetch(buffer.get());
+    std::size_t length = std::size_t{lines} * lineWidth;
+    while (length > 0 && buffer[length - 1] == '\0') {
+        --length;
+    }
+    if (result == 0) {
+        log.addData(XLogData(buffer.get(), static_cast<unsigned long>(length + 1), blockId));
+    }
+}
+
+}  // namespace
+
+ZoString XMicrocodeLog::secondaryRefcodeText() const {
+    ZoString text("Secondary Reference Codes:\n");
+    for (SecondaryRefcodeInfo const& refcode : *secondaryRefcodes_) {
+        unsigned const logClass = refcode.logClass() == 10 ? 0xA0 : refcode.logClass();
+        text += message("\n", hexadecimal(logClass, 2), hexadecimal(refcode.logType(), 2),
+                        hexadecimal(refcode.errorId(), 4), " ",
+                        hexadecimal(static_cast<std::uint32_t>(refcode.errorReason()), 8));
+    }
+    return text;
+}
+
+XMicrocodeLog& XMicrocodeLog::log() {
+    bool const hasRefcodes = !secondaryRefcodes_->empty();
+    if (hasRefcodes) {
+        insertText(*data_, secondaryRefcodeText());
+    }
+    ZoString recorded = text();
+    if (hasFlag(omitBacktrace) == 0) {
+        recorded += "\n";
+        recorded += backtrace();
+    }
+    insertText(*data_, recorded);
+    numberFormats(*data_);
+
+    PackedFields<referenceCodeSize> code;
+    code.put(errorIdField, errorId()).put(errorReasonField, errorReason());
+    addData(XLogData(const_cast<unsigned char*>(code.bytes()), code.size, referenceCodeItem));
+
+    XLog::log();
+    removeFirst(*data_);
+    if (hasRefcodes) {
+        removeFirst(*data_);
+    }
+    return *this;
+}
+
+XMicrocodeLog& XMicrocodeLog::addTraceBlocks(unsigned int systemLines, unsigned int processLines,
+                                             unsigned int threadLines) {
+    AddedItems added(*data_);
+    if (isSystemTrace() != 0 && systemLines != 0) {
+        addSnapshot(*this, systemLines, systemTraceItem, [systemLines](char* buffer) {
+            int ignored[2];
+            return xtr_fetch(buffer, systemLines, lineWidth, &ignored[0], &ignored[1]);
+        });
+    }
+    if (isProcessTrace() != 0 && processLines != 0) {
+        addSnapshot(*this, processLines, processTraceItem, [processLines](char* buffer) {
+            int ignored;
+            return xtr_fetch_pid(buffer, processLines * lineWidth, &ignored);
+        });
+    }
+    if (isThreadTrace() != 0 && threadLines != 0) {
+        addSnapshot(*this, threadLines, threadTraceItem, [threadLines](char* buffer) {
+            int ignored;
+            return xtr_fetch_tid(buffer, threadLines * lineWidth, &ignored);
+        });
+    }
+    added.keep();
+    return *this;
+}

@@ -1,0 +1,73 @@
+#include "block/blockreader.h"
+#include "block/blockwriter.h"
+#include "zelqcood/mclog.h"
+#include "zelqcood/trace.h"
+
+namespace {
+
+const char _traceMask[] = "XLIBMLG";
+
+// The record's own type, which means something only inside a microcode log's block.
+constexpr unsigned short refcodeType = 3;
+
+enum Child : unsigned short { baseBlock = 0 };
+
+constexpr PackedField<std::uint8_t, 0> logClassField = {};
+constexpr PackedField<std::uint8_t, 1> logTypeField = {};
+constexpr PackedField<std::uint16_t, 2> errorIdField = {};
+constexpr PackedField<std::int32_t, 4> errorReasonField = {};
+constexpr std::size_t baseBlockSize = errorReasonField.end;
+
+constexpr BlockChildKind children[] = {
+    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
+};
+
+}  // namespace
+
+XMicrocodeLog::SecondaryRefcodeInfo::SecondaryRefcodeInfo(unsigned char logClass, unsigned char logType,
+                                                          unsigned short errorId, int errorReason)
+    : logClass_(logClass), logType_(logType), errorId_(errorId), errorReason_(errorReason) {}
+
+XMicrocodeLog::SecondaryRefcodeInfo::SecondaryRefcodeInfo(SecondaryRefcodeInfo const& other) = default;
+
+XMicrocodeLog::SecondaryRefcodeInfo::SecondaryRefcodeInfo(unsigned char* block) : SecondaryRefcodeInfo(0, 0, 0, 0) {
+    BlockReader reader(block, _traceMask, 'F');
+    if (!reader.accepts(refcodeType)) {
+        return;
+    }
+    while (reader.next(children)) {
+        logClass_ = reader.get(logClassField);
+        logType_ = reader.get(logTypeField);
+        errorId_ = reader.get(errorIdField);
+        errorReason_ = reader.get(errorReasonField);
+    }
+}
+
+XMicrocodeLog::SecondaryRefcodeInfo::~SecondaryRefcodeInfo() = default;
+
+unsigned char XMicrocodeLog::SecondaryRefcodeInfo::logClass() const {
+    return static_cast<unsigned char>(logClass_);
+}
+
+unsigned char XMicrocodeLog::SecondaryRefcodeInfo::logType() const {
+    return static_cast<unsigned char>(logType_);
+}
+
+unsigned short XMicrocodeLog::SecondaryRefcodeInfo::errorId() const {
+    return errorId_;
+}
+
+int XMicrocodeLog::SecondaryRefcodeInfo::errorReason() const {
+    return errorReason_;
+}
+
+unsigned char* XMicrocodeLog::SecondaryRefcodeInfo::asBinary() const {
+    XTrace scope(_traceMask, 'F', "asBinary");
+    BlockWriter writer(refcodeType);
+    writer.addFields(baseBlock, PackedFields<baseBlockSize>()
+                                    .put(logClassField, logClass())
+                                    .put(logTypeField, logType())
+                                    .put(errorIdField, errorId())
+                                    .put(errorReasonField, errorReason()));
+    return writer.release();
+}

@@ -1,0 +1,163 @@
+#include "services/linecache.h"
+
+#include <link.h>
+#include <pthread.h>
+#include <sched.h>
+#include <algorithm>
+#include <utility>
+
+namespace zelq {
+namespace {
+
+// Readers hold the lock for about a microsecond.
+constexpr int attemptsToRemember = 100;
+constexpr int attemptsBeforeFork = 10000;
+
+class SharedLock {
+public:
+    explicit SharedLock(CacheLock& lock) : lock_(lock), held_(lock.tryShared()) {}
+    ~SharedLock() {
+        if (held_) {
+            lock_.unlockShared();
+        }
+    }
+    SharedLock(SharedLock const&) = delete;
+    SharedLock& operator=(SharedLock const&) = delete;
+
+    explicit operator bool() const { return held_; }
+
+private:
+    CacheLock& lock_;
+    bool held_;
+};
+
+// An interrupted frame and one that returns to the same address may lie in different functions.
+std::uint64_t keyOf(Frame frame) {
+    return std::uint64_t{frame.address} << 1 | (frame.interrupted ? 1 : 0);
+}
+
+int readCounters(dl_phdr_info* module, std::size_t, void* target) noexcept {
+    *static_cast<ModuleChanges*>(target) = {module->dlpi_adds, module->dlpi_subs};
+    return 1;  // the counters are the same with every module
+}
+
+}  // namespace
+
+LineCache lineCache;
+
+namespace {
+
+// While the library is loaded no other thread uses it yet. Without the handlers (no memory so
+// early) a child forked at a bad moment would not remember lines.
+[[maybe_unused]] int const handlersRegistered = pthread_atfork(
+    [] { lineCache.beforeFork(); }, [] { lineCache.afterForkInParent(); }, [] { lineCache.afterForkInChild(); });
+
+}  // namespace
+
+MallocText::MallocText(std::size_t capacity) : data_(static_cast<char*>(std::malloc(capacity))), capacity_(capacity) {
+    if (data_ == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+void MallocText::grow(std::size_t count) {
+    std::size_t const capacity = std::max(capacity_ * 2, size_ + count + 1);
+    auto* const data = static_cast<char*>(std::realloc(data_, capacity));
+    if (data == nullptr) {
+        throw std::bad_alloc();
+    }
+    data_ = data;
+    capacity_ = capacity;
+}
+
+char* MallocText::release() {
+    return std::exchange(data_, nullptr);
+}
+
+bool CacheLock::tryExclusive(int attempts) noexcept {
+    for (;; sched_yield()) {
+        int unused = 0;
+        if (users_.compare_exchange_strong(unused, -1, std::memory_order_acquire, std::memory_order_relaxed)) {
+            return true;
+        }
+        if (--attempts == 0) {
+            return false;
+        }
+    }
+}
+
+// Under the lock, because the loader has one as well, which a fork would leave held in the child
+// for ever: so no thread forks while another one is in here.
+bool LineCache::readModuleChanges(ModuleChanges& changes) noexcept {
+    SharedLock const lock(lock_);
+    return lock && dl_iterate_phdr(readCounters, &changes) == 1;
+}
+
+std::size_t LineCache::appendKnown(ModuleChanges const& changes, Frame const* frames, std::size_t first,
+                                   std::size_t count, MallocText& text) {
+    SharedLock const lock(lock_);
+    if (!lock || lines_ == nullptr || !(changes_ == changes)) {
+        return first;
+    }
+    for (; first < count; ++first) {
+        auto const found = lines_->find(keyOf(frames[first]));
+        if (found == lines_->end()) {
+            break;
+        }
+        appendNumbered(text, first, found->second);
+    }
+    return first;
+}
+
+void LineCache::remember(ModuleChanges const& changes, Frame frame, std::string line) noexcept {
+    if (!lock_.tryExclusive(attemptsToRemember)) {
+        return;
+    }
+    try {
+        if (lines_ == nullptr) {
+            lines_ = new Lines;
+        }
+        // Should another thread have seen later changes already, it will find its own ones missing
+        // and forget these: a line is never used with other changes than those it was written with.
+        if (!(changes_ == changes) || lines_->size() >= lineLimit) {
+            lines_->clear();
+            changes_ = changes;
+        }
+        lines_->emplace(keyOf(frame), std::move(line));
+    } catch (std::bad_alloc const&) {
+        // then the line is written anew the next time
+    }
+    lock_.unlockExclusive();
+}
+
+void LineCache::beforeFork() noexcept {
+    lockedForFork_ = lock_.tryExclusive(attemptsBeforeFork);
+}
+
+void LineCache::afterForkInParent() noexcept {
+    if (lockedForFork_) {
+        lock_.unlockExclusive();
+    }
+}
+
+// The threads that kept the lock from this one do not exist here; what they wrote may be half done.
+void LineCache::afterForkInChild() noexcept {
+    if (!lockedForFork_) {
+        lines_ = nullptr;
+    }
+    lock_.unlockExclusive();
+}
+
+void appendNumbered(MallocText& text, std::size_t number, std::string const& line) {
+    char digits[8] = {'\n', '#', ' ', ' ', ' ', ' ', ' ', ' '};
+    std::size_t length = 2;
+    for (std::size_t unit = number >= 100 ? 100 : number >= 10 ? 10 : 1; unit != 0; unit /= 10) {
+        digits[length++] = static_cast<char>('0' + number / unit % 10);
+    }
+    length = std::max<std::size_t>(length + 1, 5);  // at least one blank, and columns up to #99
+    bool const isFirst = text.size() == 0;
+    text.append(digits + isFirst, length - isFirst);
+    text.append(line.data(), line.size());
+}
+
+}  // namespace zelq

@@ -1,0 +1,125 @@
+#ifndef ZELQ_LINECACHE_H
+#define ZELQ_LINECACHE_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+#include <unordered_map>
+
+#include "services/frameline.h"
+
+// Looking a frame up costs many microseconds, and programs report the same few places again and
+// again: each line is written once, and remembered until modules are loaded or unloaded.
+
+namespace zelq {
+
+/// A zero-terminated text in memory from malloc(), which may be handed to C code.
+class MallocText {
+public:
+    /// Throws std::bad_alloc, as append() does.
+    explicit MallocText(std::size_t capacity);
+    ~MallocText() { std::free(data_); }
+    MallocText(MallocText const&) = delete;
+    MallocText& operator=(MallocText const&) = delete;
+
+    void append(char const* bytes, std::size_t count) {
+        if (count >= capacity_ - size_) {
+            grow(count);
+        }
+        std::memcpy(data_ + size_, bytes, count);
+        size_ += count;
+        data_[size_] = '\0';
+    }
+
+    std::size_t size() const { return size_; }
+
+    /// Gives the memory away; the object is not usable afterwards.
+    char* release();
+
+private:
+    void grow(std::size_t count);
+
+    char* data_;
+    std::size_t size_ = 0;
+    std::size_t capacity_;  ///< bytes at data_; always more than size_
+};
+
+/// Many readers or one writer, and never a wait without an end.
+///
+/// Backtraces are taken while the caller, or a thread that waits for it in an atfork handler or a
+/// library's initialisation, holds any locks. A lock that anyone waited for without limit could
+/// close a circle with those; here a reader that does not get it does its work without the cache.
+class CacheLock {
+public:
+    bool tryShared() noexcept {
+        int users = users_.load(std::memory_order_relaxed);
+        while (users >= 0) {
+            if (users_.compare_exchange_weak(users, users + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
+                return true;
+            }
+        }
+        return false;
+    }
+    void unlockShared() noexcept { users_.fetch_sub(1, std::memory_order_release); }
+
+    /// Tries it as often as told, letting other threads run in between.
+    bool tryExclusive(int attempts) noexcept;
+    void unlockExclusive() noexcept { users_.store(0, std::memory_order_release); }
+
+private:
+    std::atomic<int> users_{0};  ///< readers, or -1 for a writer
+};
+
+/// How often modules have come and gone. While it stays, every address keeps its meaning.
+struct ModuleChanges {
+    unsigned long long loads;
+    unsigned long long unloads;
+
+    bool operator==(ModuleChanges const& other) const { return loads == other.loads && unloads == other.unloads; }
+};
+
+/// The lines of the frames seen so far. Never destroyed: threads may outlive static destruction.
+class LineCache {
+public:
+    /// Lines remembered at most; with one more, all are forgotten.
+    static constexpr std::size_t lineLimit = 4096;
+
+    constexpr LineCache() = default;
+
+    /// Reads the present state. False when the cache is not to be had: then leave it alone.
+    bool readModuleChanges(ModuleChanges& changes) noexcept;
+
+    /// Appends the lines of `frames` from `first` on, each behind its number, up to the first frame
+    /// that is not remembered; returns that frame's index, or `count`. Throws std::bad_alloc.
+    std::size_t appendKnown(ModuleChanges const& changes, Frame const* frames, std::size_t first, std::size_t count,
+                            MallocText& text);
+
+    /// Remembers a line written after `changes` were read. Does nothing when that is not possible now.
+    void remember(ModuleChanges const& changes, Frame frame, std::string line) noexcept;
+
+    void beforeFork() noexcept;
+    void afterForkInParent() noexcept;
+    void afterForkInChild() noexcept;
+
+private:
+    using Lines = std::unordered_map<std::uint64_t, std::string>;
+
+    CacheLock lock_;
+    ModuleChanges changes_ = {};  ///< what lines_ is valid for
+    Lines* lines_ = nullptr;
+    bool lockedForFork_ = false;
+};
+
+/// The one of this process.
+extern LineCache lineCache;
+
+/// Appends a line behind the number of its frame, and before it a newline unless it is the first.
+void appendNumbered(MallocText& text, std::size_t number, std::string const& line);
+
+}  // namespace zelq
+
+#endif
