@@ -31,7 +31,7 @@ unsigned char* newLargerBlock(unsigned char const* old, BlockHeader header, std:
 }
 
 unsigned char* replaceBlock(unsigned char** pData, unsigned char* larger) {
-    delete[] *pData;
+    delete[] * pData;
     *pData = larger;
     debugLine("Returning ", addressOf(larger), ", newSize=", ZoString(BlockHeader::load(larger).size));
     return larger;

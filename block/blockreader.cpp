@@ -56,7 +56,7 @@ bool BlockReader::next(BlockChildKind const* kinds, std::size_t count) {
             return false;
         }
         if (!isKnown) {
-            report(message("Unknown data type (0x", hexadecimal(child_.header.type), ")"));
+            report(message(unknownType_, hexadecimal(child_.header.type), ")"));
         } else if (isUsable(*kind)) {
             return true;
         }
@@ -85,9 +85,16 @@ bool BlockReader::isUsable(BlockChildKind const& kind) const {
     return true;
 }
 
-ZoString BlockReader::text() const {
-    char const* const characters = reinterpret_cast<char const*>(body());
-    return ZoString(characters, strnlen(characters, bodySize()));
+BlockReader BlockReader::children(char const* unknownType) const {
+    BlockReader inner(child_.start, component_, level_);
+    inner.unknownType_ = unknownType;
+    inner.cursor_ = BlockCursor(child_.start, child_.header.size);
+    return inner;
+}
+
+ZoString BlockReader::textAt(unsigned char const* characters, std::size_t most) {
+    char const* const text = reinterpret_cast<char const*>(characters);
+    return ZoString(text, strnlen(text, most));
 }
 
 void BlockReader::report(ZoString const& text) const {

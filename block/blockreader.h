@@ -67,17 +67,29 @@ public:
         return loadField(child_.body(), field);
     }
 
+    /// A text field of the current child, up to its first zero byte.
+    template <std::size_t Offset, std::size_t Width>
+    ZoString get(PackedText<Offset, Width>) const {
+        return textAt(child_.body() + Offset, Width);
+    }
+
     /// The current child's characters up to the first zero byte, or all of them.
-    ZoString text() const;
+    ZoString text() const { return textAt(body(), bodySize()); }
+
+    /// A reader of the current child's own children, whose header has been checked as a child's. A
+    /// type that it does not know is reported in words of its own.
+    BlockReader children(char const* unknownType) const;
 
 private:
     bool next(BlockChildKind const* kinds, std::size_t count);
     bool isUsable(BlockChildKind const& kind) const;
     void report(ZoString const& text) const;
+    static ZoString textAt(unsigned char const* characters, std::size_t most);
 
     unsigned char* block_;
     char const* component_;
     char level_;
+    char const* unknownType_ = "Unknown data type (0x";
     BlockCursor cursor_;
     BlockChild child_;
 };

@@ -26,6 +26,14 @@ typename Field::Type loadField(unsigned char const* body, Field) {
     return value;
 }
 
+/// A field of characters: as many as fit, then zero bytes, at least one.
+template <std::size_t Offset, std::size_t Width>
+struct PackedText {
+    static constexpr std::size_t offset = Offset;
+    static constexpr std::size_t width = Width;
+    static constexpr std::size_t end = Offset + Width;
+};
+
 /// A body of fixed fields under construction; bytes that no field covers are zero.
 template <std::size_t Size>
 class PackedFields {
@@ -36,6 +44,13 @@ public:
     PackedFields& put(Field field, typename Field::Type value) {
         static_assert(Field::end <= Size, "the field lies outside the body");
         storeField(bytes_, field, value);
+        return *this;
+    }
+
+    template <std::size_t Offset, std::size_t Width>
+    PackedFields& put(PackedText<Offset, Width> field, char const* text) {
+        static_assert(field.end <= Size, "the field lies outside the body");
+        std::memcpy(bytes_ + Offset, text, strnlen(text, Width - 1));
         return *this;
     }
 

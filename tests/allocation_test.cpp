@@ -13,7 +13,7 @@
 #include "support/fakeservices.h"
 #include "support/hex.h"
 #include "zelqcood/block.h"
-#include "zelqcood/mclog.h"
+#include "zelqcood/exception.h"
 
 namespace {
 
@@ -47,11 +47,15 @@ void expectBalancedScopes() {
     EXPECT_TRUE(open.empty());
 }
 
+// Whether an operation destroys logs of its own on its way: a destructor keeps a failure to itself.
+enum class Destroys { nothing, logs };
+
 // Runs the operation with each of its allocations failing once. `unchanged` describes what the
 // operation works on and must answer the same after every failure.
 void failEach(
     std::string const& name, std::function<void()> const& operation,
-    std::function<std::string()> const& unchanged = [] { return std::string(); }) {
+    std::function<std::string()> const& unchanged = [] { return std::string(); },
+    Destroys destroys = Destroys::nothing) {
     SCOPED_TRACE(name);
     std::string const before = unchanged();
     unsigned failures = 0;
@@ -67,9 +71,9 @@ void failEach(
         }
         failed = hasFailed();
         failAllocation(0);
-        EXPECT_EQ(thrown, failed) << "allocation " << failures + 1;
+        EXPECT_TRUE(thrown == failed || destroys == Destroys::logs) << "allocation " << failures + 1;
         expectBalancedScopes();
-        if (failed) {
+        if (thrown) {
             EXPECT_EQ(liveAllocations(), live) << "allocation " << failures + 1;
             ASSERT_EQ(unchanged(), before) << "allocation " << failures + 1;
         }
@@ -176,27 +180,82 @@ TEST(Allocation, OfMicrocodeLogs) {
     setFetchService(nullptr);
 }
 
-// The items that go in front for the recording may stay, but then they belong to the log.
-TEST(Allocation, OfARecordedMicrocodeLog) {
+TEST(Allocation, OfExceptions) {
+    XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, longText);
+    XMicrocodeLogData const item(someBytes, 5, XMicrocodeLogData::textFormat);
+    XException exception(longText, ZoException::recoverable, 0);
+    exception.addLocation(ZoExceptionLocation("file", longText, 42));
+    exception.setLogInfo(&log);
+    Block const block(exception.asBinary());
+    XException const rebuilt(block.get());
+    auto const whole = [&] { return toHex(Block(exception.asBinary())); };
+    std::unique_ptr<XBaseException> made;
+    failEach("construct", [&] { made.reset(new XException(longText, ZoException::recoverable, 0)); });
+    made.reset();
+    failEach("copy", [&] { made.reset(new XException(rebuilt)); });
+    made.reset();
+    failEach("convert", [&] { made.reset(new XException(static_cast<ZoException const&>(rebuilt))); });
+    made.reset();
+    failEach(
+        "rebuild", [&] { XException const again(block.get()); }, [] { return std::string(); }, Destroys::logs);
+    failEach("asBinary", [&] { Block(rebuilt.asBinary()); });
+    failEach("asString", [&] { rebuilt.asString(); });
+    failEach("asTrace", [&] { rebuilt.asTrace(longText, 'F'); });
+    failEach(
+        "setLogInfo", [&] { exception.setLogInfo(&log); }, whole, Destroys::logs);
+    failEach(
+        "addData", [&] { exception.addData(item); }, whole);
+    failEach(
+        "data", [&] { exception.data(1); }, whole);
+}
+
+// Records an object again and again, with each allocation of the recording failing once. The items
+// that go in front for the recording may stay, but then they belong to the log.
+template <class Make, class Record>
+void failEachRecording(Make make, Record record) {
     bool failed = true;
     for (unsigned n = 1; failed; ++n) {
         long const live = liveAllocations();
         {
-            XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, "");
-            log.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+            auto const object = make();
             clearTrace();
             failAllocation(n);
+            bool thrown = false;
             try {
-                log.log();
+                record(*object);
             } catch (std::bad_alloc const&) {
+                thrown = true;
             }
             failed = hasFailed();
             failAllocation(0);
             expectBalancedScopes();
+            if (auto const* const exception = dynamic_cast<XBaseException const*>(object.get())) {
+                EXPECT_EQ(exception->isLogged(), thrown ? 0 : 1) << n;
+            }
         }
         EXPECT_EQ(liveAllocations(), live) << n;
         ASSERT_LT(n, 100u);
     }
+}
+
+std::unique_ptr<ZoException> newException() {
+    auto exception = std::make_unique<XException>(longText, ZoException::recoverable, 0);
+    XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, "");
+    log.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+    exception->setLogInfo(&log);
+    return exception;
+}
+
+TEST(Allocation, OfRecordings) {
+    failEachRecording(newException, [](ZoException& exception) {
+        XBaseException& base = dynamic_cast<XBaseException&>(exception);
+        base.asLog();
+    });
+    failEachRecording(newException, [](ZoException& exception) {
+        XBaseException& base = dynamic_cast<XBaseException&>(exception);
+        base.logInfo()->log();
+        base.setLogged(1);
+    });
 }
 
 // Without its array of entries a log goes out without its data: that failure throws nothing.

@@ -9,12 +9,23 @@
 
 #include "support/fakeservices.h"
 #include "support/guardedblock.h"
-#include "zelqcood/mclog.h"
+#include "zelqcood/exception.h"
 
 namespace {
 
-enum Kind { logData, microcodeLogData, log, refcode, microcodeLog, endMicrocodeLog };
-Kind const allKinds[] = {logData, microcodeLogData, log, refcode, microcodeLog, endMicrocodeLog};
+enum Kind {
+    logData,
+    microcodeLogData,
+    log,
+    refcode,
+    microcodeLog,
+    endMicrocodeLog,
+    baseException,
+    exception,
+    trapException
+};
+Kind const allKinds[] = {logData,         microcodeLogData, log,       refcode,      microcodeLog,
+                         endMicrocodeLog, baseException,    exception, trapException};
 
 struct PlainMicrocodeLog : XMicrocodeLog {
     using XMicrocodeLog::XMicrocodeLog;
@@ -38,6 +49,9 @@ Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>* reporte
     case refcode: take(XMicrocodeLog::SecondaryRefcodeInfo(block)); break;
     case microcodeLog: take(PlainMicrocodeLog(block)); break;
     case endMicrocodeLog: take(XEndMicrocodeLog(block)); break;
+    case baseException: take(XBaseException(block)); break;
+    case exception: take(XException(block)); break;
+    case trapException: take(XTrapException(block)); break;
     }
     return again;
 }
@@ -203,20 +217,28 @@ Bytes richBlock(Kind kind) {
     switch (kind) {
     case log: return toBytes(Block(rich.XLog::asBinary()));
     case microcodeLog: return toBytes(Block(rich.XMicrocodeLog::asBinary()));
+    case endMicrocodeLog: return toBytes(Block(rich.asBinary()));
     default: break;
     }
-    return toBytes(Block(rich.asBinary()));
+    XTrapException thrown("error", 1);
+    thrown.addLocation(ZoExceptionLocation("file", "function", 42));
+    thrown.setLogInfo(&rich);
+    if (kind == trapException) {
+        return toBytes(Block(thrown.asBinary()));
+    }
+    XException const other(static_cast<ZoException const&>(thrown));
+    return toBytes(Block(kind == exception ? other.asBinary() : thrown.XBaseException::asBinary()));
 }
 
-// Offsets of all headers, the outermost one first.
-std::vector<std::size_t> headersIn(Bytes const& block, std::size_t start = 0) {
+// Offsets of all headers, the outermost one first. Beside whole classes, locations and secondary
+// reference codes have children.
+std::vector<std::size_t> headersIn(Bytes const& block, std::size_t start = 0, std::uint16_t parent = 0) {
     std::vector<std::size_t> offsets{start};
     std::uint16_t type = 0;
     std::memcpy(&type, &block[start + 4], sizeof type);
-    bool const isRefcode = type == 3 && sizeOf(&block[start]) == 24;
-    if (type >= 0x8000 || isRefcode) {
+    if (type >= 0x8000 || (type == 2 && parent == 0x8008) || (type == 3 && (parent == 0x8003 || start == 0))) {
         for (std::size_t at = start + 8; at < start + sizeOf(&block[start]); at += sizeOf(&block[at])) {
-            for (std::size_t offset : headersIn(block, at)) {
+            for (std::size_t offset : headersIn(block, at, type)) {
                 offsets.push_back(offset);
             }
         }

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
-#include <ctime>
 #include <new>
 
 #include "common/statefolder.h"
+#include "tracing/fastclock.h"
 #include "tracing/ringfile.h"
 
 namespace zelq {
@@ -144,12 +144,6 @@ __attribute__((noinline)) bool takeAnotherSlot(ProcessRing& ring, std::uint64_t*
     return false;
 }
 
-std::int64_t wallClockNs() {
-    struct timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
-    return std::int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
-
 }  // namespace
 
 std::atomic<ProcessRing*> theRing{nullptr};
@@ -161,6 +155,7 @@ ProcessRing* makeProcessRing() {
         return nullptr;
     }
     auto* const ring = new (memory) ProcessRing{};
+    prepareFastClock();
     ring->forgetsPid = madvise(&ring->pid, ringPageSize, MADV_WIPEONFORK) == 0;
     if (mapSharedRing(ring) != 0 && mapPrivateRing(ring) != 0) {
         munmap(memory, sizeof(ProcessRing));

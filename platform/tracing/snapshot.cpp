@@ -1,7 +1,8 @@
 // Snapshots of the ring as text: for a log that is to show what led up to it.
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -19,27 +20,58 @@ using zelq::TraceEntry;
 using zelq::TraceFilter;
 
 constexpr unsigned int defaultRowWidth = 80;
+constexpr std::size_t headSize = sizeof "hh:mm:ss.mmm 4294967295/4294967295 ";
+constexpr std::size_t longestRow = headSize + zelq::ringLineMax + 1;
 
 /// What a row tells of its line's origin; what is the same in all rows is left out.
 enum class Origin { processAndThread, thread, none };
 
+// Control characters, the two-byte ones from U+0080 to U+009F among them, can steer a terminal.
+bool isControl(unsigned char const* bytes, std::size_t length) {
+    return length == 1 ? bytes[0] < 0x20 || bytes[0] == 0x7F : length == 2 && bytes[0] == 0xC2 && bytes[1] < 0xA0;
+}
+
+// Formatting by hand: an error log takes three snapshots of some hundred rows each while it is built.
+
+char* putDigits(char* to, unsigned value, int digits, char separator) {
+    for (char* at = to + digits; at != to; value /= 10) {
+        *--at = static_cast<char>('0' + value % 10);
+    }
+    to[digits] = separator;
+    return to + digits + 1;
+}
+
+char* putTime(char* to, std::int64_t timeNs) {
+    std::uint64_t const milliseconds = static_cast<std::uint64_t>(timeNs) / 1000000;
+    auto const ofDay = static_cast<unsigned>(milliseconds % 86400000);
+    to = putDigits(to, ofDay / 3600000, 2, ':');
+    to = putDigits(to, ofDay / 60000 % 60, 2, ':');
+    to = putDigits(to, ofDay / 1000 % 60, 2, '.');
+    return putDigits(to, ofDay % 1000, 3, ' ');
+}
+
+char* putNumber(char* to, std::uint32_t number, char separator) {
+    char* const end = std::to_chars(to, to + 10, number).ptr;
+    *end = separator;
+    return end + 1;
+}
+
 /// Writes rows of at most `width` characters into a buffer that has room for them.
 class RowWriter {
 public:
-    RowWriter(char* buffer, std::size_t width) : begin_(buffer), end_(buffer), width_(width) {}
+    RowWriter(char* buffer, std::size_t width) : begin_(buffer), end_(buffer), width_(std::min(width, longestRow)) {}
 
     void add(TraceEntry const& entry, Origin origin) {
         rowEnd_ = end_ + width_ - 1;  // the newline needs a place
-        char head[64];
-        std::int64_t const milliseconds = entry.timeNs / 1000000;
-        int const ofDay = static_cast<int>(milliseconds / 1000 % 86400);
-        append(head, std::snprintf(head, sizeof head, "%02d:%02d:%02d.%03d ", ofDay / 3600, ofDay / 60 % 60,
-                                   ofDay % 60, static_cast<int>(milliseconds % 1000)));
+        char head[headSize];
+        char* headEnd = putTime(head, entry.timeNs);
         if (origin == Origin::processAndThread) {
-            append(head, std::snprintf(head, sizeof head, "%u/%u ", entry.pid, entry.tid));
-        } else if (origin == Origin::thread) {
-            append(head, std::snprintf(head, sizeof head, "%u ", entry.tid));
+            headEnd = putNumber(headEnd, entry.pid, '/');
         }
+        if (origin != Origin::none) {
+            headEnd = putNumber(headEnd, entry.tid, ' ');
+        }
+        append(head, static_cast<std::size_t>(headEnd - head));
         appendText(entry);
         *end_++ = '\n';
     }
@@ -47,9 +79,10 @@ public:
     int byteCount() const { return static_cast<int>(end_ - begin_); }
 
 private:
-    void append(char const* text, int length) {
-        std::size_t const room = static_cast<std::size_t>(rowEnd_ - end_);
-        std::size_t const count = static_cast<std::size_t>(length) < room ? static_cast<std::size_t>(length) : room;
+    std::size_t room() const { return static_cast<std::size_t>(rowEnd_ - end_); }
+
+    void append(char const* text, std::size_t length) {
+        std::size_t const count = std::min(length, room());
         std::memcpy(end_, text, count);
         end_ += count;
     }
@@ -59,14 +92,19 @@ private:
     void appendText(TraceEntry const& entry) {
         auto const* bytes = reinterpret_cast<unsigned char const*>(entry.text);
         std::size_t left = entry.length;
-        while (left != 0) {
+        while (left != 0 && room() != 0) {
             std::size_t const length = zelq::utf8Length(bytes, left);
-            bool const isShown = length > 1 || (length == 1 && bytes[0] >= 0x20 && bytes[0] != 0x7F);
-            std::size_t const taken = length == 0 ? 1 : length;
-            if (static_cast<std::size_t>(rowEnd_ - end_) < (isShown ? taken : 1)) {
+            bool const isShown = length != 0 && !isControl(bytes, length);
+            std::size_t const taken = std::max<std::size_t>(length, 1);
+            if (!isShown) {
+                *end_++ = '.';
+            } else if (taken == 1) {
+                *end_++ = static_cast<char>(*bytes);
+            } else if (taken <= room()) {
+                append(reinterpret_cast<char const*>(bytes), taken);
+            } else {
                 return;
             }
-            append(isShown ? reinterpret_cast<char const*>(bytes) : ".", isShown ? static_cast<int>(taken) : 1);
             bytes += taken;
             left -= taken;
         }
@@ -85,14 +123,15 @@ struct Snapshot {
 };
 
 Snapshot take(char* buffer, std::size_t lines, std::size_t width, TraceFilter const& filter, Origin origin) {
-    int const callersErrno = errno;
     zelq::ProcessRing* const ring = zelq::processRing();
     if (ring == nullptr || buffer == nullptr) {
         return {EINVAL, 0, 0};
     }
     std::size_t const slots = static_cast<std::size_t>(ring->slotMask) + 1;
-    std::size_t const capacity = width < 2 ? 0 : lines < slots ? lines : slots;
+    std::size_t const capacity = width < 2 ? 0 : std::min(lines, slots);
+    int const callersErrno = errno;
     std::unique_ptr<TraceEntry[]> const entries(new (std::nothrow) TraceEntry[capacity]);
+    errno = callersErrno;
     if (!entries) {
         return {ENOMEM, 0, 0};
     }
@@ -103,7 +142,6 @@ Snapshot take(char* buffer, std::size_t lines, std::size_t width, TraceFilter co
     for (std::size_t i = 0; i < count; ++i) {
         rows.add(entries[i], origin);
     }
-    errno = callersErrno;
     return {0, static_cast<int>(count), rows.byteCount()};
 }
 

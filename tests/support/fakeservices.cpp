@@ -5,6 +5,8 @@
 #include <utility>
 
 #include "support/failingnew.h"
+#include "zelqplatform/memdebug_service.h"
+#include "zelqplatform/pce_service.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
@@ -18,6 +20,19 @@ bool recording = true;
 std::function<int(xlog_record_interface*, int*)> recordService;
 std::function<int(char, char*, unsigned)> fetchService;
 char const* backtrace = nullptr;
+void const* unreadable = nullptr;
+std::string scriptedCall;
+int scriptedSrc = 0;
+int scriptedCrc = 0;
+std::string trapCalls;
+
+int trapService(std::string const& call, std::string const& argument, int* crc) {
+    NoFailingNew const allowed;
+    trapCalls += call + argument + " ";
+    bool const isScripted = call == scriptedCall;
+    *crc = isScripted ? scriptedCrc : 0;
+    return isScripted ? scriptedSrc : 0;
+}
 std::vector<int> backtraceRequests;
 
 int fetch(char which, char* buffer, unsigned size) {
@@ -101,7 +116,47 @@ void setFetchService(std::function<int(char, char*, unsigned)> service) {
     fetchService = std::move(service);
 }
 
+void setUnreadable(void const* address) {
+    unreadable = address;
+}
+
+void scriptTrapService(char const* call, int src, int crc) {
+    scriptedCall = call;
+    scriptedSrc = src;
+    scriptedCrc = crc;
+}
+
+std::string takeTrapCalls() {
+    return std::exchange(trapCalls, {});
+}
+
 extern "C" {
+
+int xpce_ckptr(void const* address, unsigned long length, int* code) {
+    bool const isReadable = address != nullptr && address != unreadable && length == 8;
+    *code = isReadable ? 0 : 14;
+    return *code;
+}
+
+int xpce_setup(unsigned short processType, void*, void*, int* crc) {
+    return trapService("setup", "(" + std::to_string(processType) + ")", crc);
+}
+
+int xpce_unset(void*, int* crc) {
+    return trapService("unset", "", crc);
+}
+
+int xpce_add_user_exit(xpce_user_exit, int* crc) {
+    return trapService("add", "", crc);
+}
+
+int xpce_remove_user_exit(xpce_user_exit, int* crc) {
+    return trapService("remove", "", crc);
+}
+
+char* zelqmemdebug_strdup(char const* text, char const*, int) {
+    return strdup(text);
+}
 
 int xtr_trace(char const* line) {
     add(TraceCall::trace, 0, line);

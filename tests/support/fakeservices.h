@@ -42,6 +42,16 @@ void setBacktrace(char const* text);
 /// The numbers of frames that xlog_get_backtrace was asked to leave out, and an end to the record.
 std::vector<int> takeBacktraceRequests();
 
+/// The one address that xpce_ckptr says cannot be read, beside null.
+void setUnreadable(void const* address);
+
+/// Makes the calls of one function ("setup", "add", "remove") of the program-check exit service give
+/// this result; all others succeed.
+void scriptTrapService(char const* call, int src, int crc);
+
+/// The calls of that service in their order, and an end to the record: "setup(2) add remove unset ".
+std::string takeTrapCalls();
+
 /// What the three fetches put into the buffer of the given size, and their result. They tell in
 /// `which` whether they were called for the system ('s'), the process ('p') or the thread ('t').
 void setFetchService(std::function<int(char which, char* buffer, unsigned size)> service);

@@ -1,0 +1,130 @@
+#include "zelqcood/exception.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "trace/destructorscope.h"
+#include "trace/message.h"
+
+namespace {
+
+const char _traceMask[] = "XLIBEXC";
+
+// What data() gives for an item that does not exist.
+XMicrocodeLogData nullData(nullptr, 0, XMicrocodeLogData::binaryFormat);
+
+}  // namespace
+
+void XBaseException::Free::operator()(char* text) const {
+    std::free(text);
+}
+
+char* XBaseException::duplicate(char const* text) {
+    if (text == nullptr) {
+        return nullptr;
+    }
+    auto* const copy = static_cast<char*>(std::malloc(std::strlen(text) + 1));
+    if (copy == nullptr) {
+        throw std::bad_alloc();
+    }
+    return std::strcpy(copy, text);
+}
+
+XBaseException::XBaseException(char* errorText, ZoException::Severity severity, int logged)
+    : ZoException(errorText, 0, severity), name_("XBaseException"), logged_(logged) {
+    XTrace scope(_traceMask, 'T', "XBaseException");
+    XTrace::write(_traceMask, 'F', message("errorText=", errorText == nullptr ? "NULL" : errorText));
+    XTrace::write(_traceMask, 'F',
+                  message("severity=", severity == recoverable ? "recoverable" : "nonrecoverable",
+                          ", logged=", logged != 0 ? "true" : "false"));
+}
+
+XBaseException::XBaseException(ZoException const& other) : ZoException(other), name_(other.name()), logged_(0) {
+    XTrace scope(_traceMask, 'D', "XBaseException");
+}
+
+XBaseException::XBaseException(XBaseException const& other)
+    : ZoException(other), name_(other.name_), logged_(other.logged_) {
+    XTrace scope(_traceMask, 'D', "XBaseException");
+    if (other.logInfo_) {
+        logInfo_.reset(other.logInfo_->clone());
+    }
+    locationNames_.reserve(other.locationNames_.size());
+    for (unsigned long i = 0; i < other.locationNames_.size(); ++i) {
+        LocationNames const& names = other.locationNames_[i];
+        LocationNames copies;
+        copies.file.reset(duplicate(names.file.get()));
+        copies.function.reset(duplicate(names.function.get()));
+        ZoExceptionLocation& location = *locationAtIndex(i);
+        location = ZoExceptionLocation(copies.file.get(), copies.function.get(), location.lineNumber());
+        locationNames_.push_back(std::move(copies));
+    }
+}
+
+XBaseException::~XBaseException() {
+    DestructorScope scope(_traceMask, 'D', "~XBaseException");
+    XTrace::write(_traceMask, 'D', message("this=0x", hexadecimal(addressOf(this), 8)));
+    logInfo_.reset();
+    locationNames_.clear();
+}
+
+// The names come first: without memory for the location nothing points to them.
+void XBaseException::ownLocationNames(LocationNames names, unsigned long lineNumber) {
+    locationNames_.push_back(std::move(names));
+    LocationNames const& owned = locationNames_.back();
+    addLocation(ZoExceptionLocation(owned.file.get(), owned.function.get(), lineNumber));
+}
+
+char const* XBaseException::name() const {
+    return name_;
+}
+
+void XBaseException::setName(char const* name) {
+    name_ = name;
+}
+
+int XBaseException::isLogged() const {
+    return logged_;
+}
+
+XBaseException& XBaseException::setLogged(int logged) {
+    logged_ = logged;
+    return *this;
+}
+
+XMicrocodeLog* XBaseException::logInfo() const {
+    return logInfo_.get();
+}
+
+XBaseException& XBaseException::setLogInfo(XMicrocodeLog* log) {
+    logInfo_.reset(log->clone());
+    return *this;
+}
+
+XBaseException& XBaseException::addData(XMicrocodeLogData const& item) {
+    if (logInfo_) {
+        logInfo_->addData(item);
+    }
+    return *this;
+}
+
+XLogData* XBaseException::data(unsigned int index) const {
+    if (!logInfo_) {
+        return &nullData;
+    }
+    std::list<XLogData*> const& items = *logInfo_->data();
+    if (items.empty() || index > items.size()) {
+        return &nullData;
+    }
+    auto item = items.begin();
+    for (; index > 1; --index) {
+        ++item;
+    }
+    return *item;
+}
+
+unsigned int XBaseException::dataCount() const {
+    return logInfo_ ? static_cast<unsigned int>(logInfo_->data()->size()) : 0;
+}
