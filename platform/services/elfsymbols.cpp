@@ -116,22 +116,21 @@ bool ElfSymbols::isFileOf(void const* image, std::uintptr_t bias) const {
 }
 
 bool ElfSymbols::find(std::uintptr_t address, ElfFunction& function) const {
-    Symbol best = {};
+    Symbol found = {};
     forEach<Symbol>(symbols_, [&](Symbol const& symbol) {
-        if (isFunction(symbol) && symbol.st_value <= address && address - symbol.st_value < symbol.st_size &&
-            symbol.st_value >= best.st_value) {
-            best = symbol;
+        if (isFunction(symbol) && symbol.st_value <= address && address - symbol.st_value < symbol.st_size) {
+            found = symbol;
         }
     });
-    if (best.st_size == 0 || best.st_name >= names_.size) {
+    if (found.st_size == 0 || found.st_name >= names_.size) {
         return false;
     }
-    std::uint64_t const length = std::min<std::uint64_t>(names_.size - best.st_name, sizeof function.name - 1);
-    if (!read(names_.offset + best.st_name, function.name, static_cast<std::size_t>(length))) {
+    std::uint64_t const length = std::min<std::uint64_t>(names_.size - found.st_name, sizeof function.name - 1);
+    if (!read(names_.offset + found.st_name, function.name, static_cast<std::size_t>(length))) {
         return false;
     }
     function.name[length] = '\0';
-    function.start = best.st_value;
+    function.start = found.st_value;
     return function.name[0] != '\0';
 }
 

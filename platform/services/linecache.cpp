@@ -4,14 +4,14 @@
 #include <pthread.h>
 #include <sched.h>
 #include <algorithm>
+#include <ctime>
 #include <utility>
 
 namespace zelq {
 namespace {
 
-// Readers hold the lock for about a microsecond.
-constexpr int attemptsToRemember = 100;
-constexpr int attemptsBeforeFork = 10000;
+// Of this thread: others may fork at the same time.
+thread_local bool lockedForFork = false;
 
 class SharedLock {
 public:
@@ -47,8 +47,8 @@ LineCache lineCache;
 
 namespace {
 
-// While the library is loaded no other thread uses it yet. Without the handlers (no memory so
-// early) a child forked at a bad moment would not remember lines.
+// While the library is loaded no other thread uses it yet. Should there be no memory for the
+// handlers so early, a child forked by one thread while another is in here could hang.
 [[maybe_unused]] int const handlersRegistered = pthread_atfork(
     [] { lineCache.beforeFork(); }, [] { lineCache.afterForkInParent(); }, [] { lineCache.afterForkInChild(); });
 
@@ -74,16 +74,32 @@ char* MallocText::release() {
     return std::exchange(data_, nullptr);
 }
 
-bool CacheLock::tryExclusive(int attempts) noexcept {
-    for (;; sched_yield()) {
+// Readers are not turned away for a single line: each would have to do much more than to wait.
+bool CacheLock::tryExclusive() noexcept {
+    for (int attempts = 100; attempts != 0; --attempts) {
         int unused = 0;
-        if (users_.compare_exchange_strong(unused, -1, std::memory_order_acquire, std::memory_order_relaxed)) {
+        if (users_.compare_exchange_strong(unused, writer, std::memory_order_acquire, std::memory_order_relaxed)) {
             return true;
         }
-        if (--attempts == 0) {
-            return false;
-        }
+        sched_yield();
     }
+    return false;
+}
+
+bool CacheLock::tryExclusiveFirst() noexcept {
+    bool isWriter = false;
+    for (int attempts = 200; attempts != 0; --attempts) {
+        isWriter = isWriter || (users_.fetch_or(writer, std::memory_order_relaxed) & writer) == 0;
+        if (isWriter && users_.load(std::memory_order_acquire) == writer) {
+            return true;
+        }
+        timespec const pause = {0, 50000};
+        nanosleep(&pause, nullptr);
+    }
+    if (isWriter) {
+        users_.fetch_and(~writer, std::memory_order_relaxed);
+    }
+    return false;
 }
 
 // Under the lock, because the loader has one as well, which a fork would leave held in the child
@@ -110,7 +126,7 @@ std::size_t LineCache::appendKnown(ModuleChanges const& changes, Frame const* fr
 }
 
 void LineCache::remember(ModuleChanges const& changes, Frame frame, std::string line) noexcept {
-    if (!lock_.tryExclusive(attemptsToRemember)) {
+    if (!lock_.tryExclusive()) {
         return;
     }
     try {
@@ -131,21 +147,27 @@ void LineCache::remember(ModuleChanges const& changes, Frame frame, std::string 
 }
 
 void LineCache::beforeFork() noexcept {
-    lockedForFork_ = lock_.tryExclusive(attemptsBeforeFork);
+    int cancelState = 0;
+    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);  // the wait is a cancellation point
+    lockedForFork = !isClosed_ && lock_.tryExclusiveFirst();
+    pthread_setcancelstate(cancelState, nullptr);
 }
 
 void LineCache::afterForkInParent() noexcept {
-    if (lockedForFork_) {
+    if (lockedForFork) {
         lock_.unlockExclusive();
     }
 }
 
-// The threads that kept the lock from this one do not exist here; what they wrote may be half done.
+// The threads that kept the lock from this one do not exist here, and may have left the loader's
+// lock held: this process does without the cache, and never asks for the loader's lock.
 void LineCache::afterForkInChild() noexcept {
-    if (!lockedForFork_) {
-        lines_ = nullptr;
+    if (lockedForFork) {
+        lock_.unlockExclusive();
+    } else {
+        isClosed_ = true;
+        lock_.closeForever();
     }
-    lock_.unlockExclusive();
 }
 
 void appendNumbered(MallocText& text, std::size_t number, std::string const& line) {

@@ -57,7 +57,7 @@ class CacheLock {
 public:
     bool tryShared() noexcept {
         int users = users_.load(std::memory_order_relaxed);
-        while (users >= 0) {
+        while (users < writer) {
             if (users_.compare_exchange_weak(users, users + 1, std::memory_order_acquire, std::memory_order_relaxed)) {
                 return true;
             }
@@ -66,12 +66,21 @@ public:
     }
     void unlockShared() noexcept { users_.fetch_sub(1, std::memory_order_release); }
 
-    /// Tries it as often as told, letting other threads run in between.
-    bool tryExclusive(int attempts) noexcept;
+    /// Waits a few moments for one without a reader.
+    bool tryExclusive() noexcept;
+
+    /// Turns new readers away and waits some 20 ms for the others.
+    bool tryExclusiveFirst() noexcept;
+
     void unlockExclusive() noexcept { users_.store(0, std::memory_order_release); }
 
+    /// Lets nobody in any more.
+    void closeForever() noexcept { users_.store(writer, std::memory_order_relaxed); }
+
 private:
-    std::atomic<int> users_{0};  ///< readers, or -1 for a writer
+    static constexpr int writer = 1 << 30;
+
+    std::atomic<int> users_{0};  ///< number of readers, plus `writer`
 };
 
 /// How often modules have come and gone. While it stays, every address keeps its meaning.
@@ -111,7 +120,7 @@ private:
     CacheLock lock_;
     ModuleChanges changes_ = {};  ///< what lines_ is valid for
     Lines* lines_ = nullptr;
-    bool lockedForFork_ = false;
+    bool isClosed_ = false;
 };
 
 /// The one of this process.

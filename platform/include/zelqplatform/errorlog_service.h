@@ -84,12 +84,23 @@ extern "C" {
 ZELQ_API int xlog_record(xlog_record_interface* record, int* crc);
 
 /// Describes the calling thread's stack, one line a frame, innermost first: number, address,
-/// demangled function with offset, module with offset. `frames` innermost frames are left out, this
-/// function's own not counted.
+/// demangled function with offset, base name of the module with the address as linked.
 ///
-/// Stores in `*text` a zero-terminated text that the caller releases with free(), and its length in
-/// `*length` (may be null). Returns 0; or, when there is no frame or no memory, an errno, with null
-/// in `*text`. Not safe in a signal handler.
+///     #0  0x565561f9  readText(char const*)+0x29  [readfiles+0x11f9]
+///     #1  0x565562a0  main+0x40  [readfiles+0x12a0]
+///
+/// The addresses are those that calls return to; one less lies within the call, and is what finds
+/// its source line. What cannot be told is "??" or missing. At most 256 frames are described; then
+/// a last line says that there are more. `frames` innermost frames are left out (a negative number
+/// counts as 0), this function's own not counted.
+///
+/// Stores in `*text` a zero-terminated text, without a newline at its end, that the caller releases
+/// with free(), and its length in `*length` (may be null). Returns 0; or, with null in `*text`,
+/// ENODATA when no frame is left, ENOMEM without memory, EINVAL when `text` is null.
+///
+/// Lines are remembered: the first backtrace from a place may read files, later ones cost little
+/// more than the addresses alone. Keeps errno, may be called from several threads and in forked
+/// children; not safe in a signal handler.
 ZELQ_API int xlog_get_backtrace(char** text, int frames, int* length);
 }
 
