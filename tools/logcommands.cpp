@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "folderreport.h"
+#include "microcodelog.h"
+#include "recordprinter.h"
 #include "storereader.h"
 #include "timetext.h"
 
@@ -16,22 +18,14 @@ namespace {
 // Enough to tell some ten thousand records apart, and to be typed.
 constexpr std::size_t shownIdDigits = 8;
 constexpr std::size_t candidatesMax = 10;
+constexpr std::size_t codeWidth = 17;
 
 /// A record and the line it was read from, kept beyond the visit.
 struct Found {
     Record record;
     std::string line;
+    std::string code = {};  ///< reference code, where the items it stands in are not kept
 };
-
-std::string hex(std::uint64_t number, int digits) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%0*llx", digits, static_cast<unsigned long long>(number));
-    return text;
-}
-
-std::string count(std::uint64_t number, char const* singular) {
-    return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
-}
 
 /// Opens the store; when that fails or there is none, says so and returns the status for it.
 ExitStatus openStore(StoreReader& store) {
@@ -61,94 +55,33 @@ int finish(StoreReader const& store, Output& output, bool anything, std::string 
 }
 
 void printHeading(Output& output) {
-    output.print(Style::heading, "ID        TIME (UTC)            SEVERITY  CL TY USER  EVENT         PROGRAM");
+    output.print(Style::heading,
+                 "ID        TIME (UTC)            SEVERITY  CL TY or REFCODE   USER  EVENT         PROGRAM");
     output.print("\n");
 }
 
-// At most 80 columns with a program name of 15 characters. Only the last column may grow, so that
-// the others stay in line.
-void printSummary(Record const& record, Output& output) {
+// At most 96 columns with a program name of 15 characters. Only the last column may grow, so that
+// the others stay in line. `code` is the reference code; a plain log has none and shows class and
+// type, the two of its four parts that it has.
+void printSummary(Record const& record, std::string const& code, Output& output) {
     bool const isError = record.severity == "error";
     if (record.lostBefore > 0) {
-        output.print(Style::alarm, "-- " + count(record.lostBefore, "record") + " of pid " +
+        output.print(Style::alarm, "-- " + counted(record.lostBefore, "record") + " of pid " +
                                        std::to_string(record.pid) + " could not be stored before the next one --");
         output.print("\n");
     }
     output.print(padded(printable(record.id.substr(0, shownIdDigits)), shownIdDigits) + "  " +
                  shownTime(record.timeUs, false) + "  ");
     output.print(isError ? Style::alarm : Style::plain, isError ? "error   " : "info    ");
-    output.print("  " + hex(record.logClass, 2) + " " + hex(record.logType, 2) + " " + hex(record.user, 4) + "  " +
+    std::string const kind = code.empty() ? hexDigits(record.logClass, 2) + " " + hexDigits(record.logType, 2) : code;
+    output.print("  " + padded(kind, codeWidth) + "  " + hexDigits(record.user, 4) + "  " +
                  padded(printable(record.event), 12) + "  " + printable(record.program) + "\n");
-}
-
-void printField(char const* name, std::string const& value, Output& output) {
-    output.print(Style::faint, padded(name, 12));
-    output.print(value + "\n");
-}
-
-std::string number(std::uint64_t value, int digits) {
-    return "0x" + hex(value, digits) + " (" + std::to_string(value) + ")";
-}
-
-// The closing zero byte of a text and its last line end are left out; the size counts both.
-void printItem(std::size_t index, RecordItem const& item, Output& output) {
-    std::string const kind = item.isText ? ", text" : "";
-    printField(("item " + std::to_string(index)).c_str(),
-               "id " + std::to_string(item.id) + ", " + count(item.bytes.size(), "byte") + kind, output);
-    std::string shown;
-    if (!item.isText) {
-        appendHexDump(item.bytes, 4, shown);
-        output.print(shown);
-        return;
-    }
-    std::string_view text = item.bytes;
-    if (text.back() == '\0') {
-        text.remove_suffix(1);
-    }
-    if (!text.empty() && text.back() == '\n') {
-        text.remove_suffix(1);
-    }
-    for (std::size_t begin = 0; begin <= text.size();) {
-        std::size_t const end = std::min(text.find('\n', begin), text.size());
-        shown += "    " + printable(text.substr(begin, end - begin), true) + "\n";
-        begin = end + 1;
-    }
-    output.print(shown);
-}
-
-void printRecord(Record const& record, Output& output) {
-    printField("id", printable(record.id), output);
-    printField("time", shownTime(record.timeUs, true), output);
-    output.print(Style::faint, padded("severity", 12));
-    output.print(record.severity == "error" ? Style::alarm : Style::plain, printable(record.severity));
-    output.print("\n");
-    printField("event", printable(record.event), output);
-    printField("log id", printable(record.logId), output);
-    printField("class", number(record.logClass, 2), output);
-    printField("type", number(record.logType, 2), output);
-    printField("user", number(record.user, 4), output);
-    printField("program",
-               printable(record.program) + ", process " + std::to_string(record.pid) + ", thread " +
-                   std::to_string(record.tid),
-               output);
-    printField("host", printable(record.host), output);
-    std::string flags;
-    for (std::string const& flag : record.flags) {
-        flags += (flags.empty() ? "" : ", ") + printable(flag);
-    }
-    printField("attributes", "0x" + hex(record.attributes, 4) + (flags.empty() ? "" : " " + flags), output);
-    if (record.lostBefore > 0) {
-        printField("lost before", count(record.lostBefore, "record") + " of this process could not be stored", output);
-    }
-    for (std::size_t i = 0; i < record.items.size(); ++i) {
-        printItem(i + 1, record.items[i], output);
-    }
 }
 
 // The candidates stand with whole ids, oldest first, ready to be copied.
 int reportAmbiguous(std::string const& id, std::vector<Found> const& found, Output& output) {
     output.flush();
-    complain("id '" + id + "' is ambiguous, it begins the ids of " + count(found.size(), "record") + ":");
+    complain("id '" + id + "' is ambiguous, it begins the ids of " + counted(found.size(), "record") + ":");
     for (std::size_t i = 0; i < found.size() && i < candidatesMax; ++i) {
         Record const& record = found[i].record;
         complain("  " + record.id + "  " + shownTime(record.timeUs, false) + "  " + record.event);
@@ -167,7 +100,7 @@ int listLogs(LogListOptions const& options, Output& output) {
         return status;
     }
     bool anything = false;
-    auto const print = [&](Record const& record, std::string_view line) {
+    auto const print = [&](Record const& record, std::string const& code, std::string_view line) {
         if (options.json) {
             output.print(line);
             output.print("\n");
@@ -175,7 +108,7 @@ int listLogs(LogListOptions const& options, Output& output) {
             if (!anything) {
                 printHeading(output);
             }
-            printSummary(record, output);
+            printSummary(record, code, output);
         }
         anything = true;
         return output.failure() == 0;
@@ -184,19 +117,21 @@ int listLogs(LogListOptions const& options, Output& output) {
         return !options.sinceUs.has_value() || record.timeUs >= *options.sinceUs;
     };
     if (options.newest == std::numeric_limits<std::size_t>::max()) {
-        store.visit(StoreReader::Order::oldestFirst,
-                    [&](Record& record, std::string_view line) { return !matches(record) || print(record, line); });
+        store.visit(StoreReader::Order::oldestFirst, [&](Record& record, std::string_view line) {
+            return !matches(record) || print(record, referenceCode(record), line);
+        });
     } else if (options.newest > 0) {  // from the end: the newest ten do not cost reading all
         std::vector<Found> found;
         store.visit(StoreReader::Order::newestFirst, [&](Record& record, std::string_view line) {
             if (matches(record)) {
-                record.items.clear();  // a list does not show them
-                found.push_back({std::move(record), options.json ? std::string(line) : std::string()});
+                std::string code = referenceCode(record);
+                record.items.clear();  // a list shows no more of them
+                found.push_back({std::move(record), options.json ? std::string(line) : "", std::move(code)});
             }
             return found.size() < options.newest;
         });
         for (auto entry = found.rbegin(); entry != found.rend(); ++entry) {
-            print(entry->record, entry->line);
+            print(entry->record, entry->code, entry->line);
         }
     }
     return finish(store, output, anything,
@@ -205,7 +140,7 @@ int listLogs(LogListOptions const& options, Output& output) {
                                               : "no records in '" + store.folder() + "'");
 }
 
-int showLog(std::string const& id, bool json, Output& output) {
+int showLog(std::string const& id, LogShowOptions const& options, Output& output) {
     StoreReader store;
     if (ExitStatus const status = openStore(store); status != exitFine) {
         return status;
@@ -227,11 +162,11 @@ int showLog(std::string const& id, bool json, Output& output) {
         return reportAmbiguous(id, found, output);
     }
     if (!found.empty()) {
-        if (json) {
+        if (options.json) {
             output.print(found[0].line);
             output.print("\n");
         } else {
-            printRecord(found[0].record, output);
+            printRecord(found[0].record, options.full, output);
         }
     }
     return finish(store, output, !found.empty(),

@@ -31,6 +31,7 @@ struct CommandLine {
     std::string id;
     zelq::ColourMode colour = zelq::ColourMode::automatic;
     bool follow = false;
+    bool full = false;
     std::optional<std::uint32_t> pid;
     std::optional<std::uint32_t> tid;
     std::optional<std::uint32_t> handle;
@@ -107,6 +108,13 @@ int runList(CommandLine const& line, zelq::Output& output) {
     return zelq::listLogs(options, output);
 }
 
+int runShow(CommandLine const& line, zelq::Output& output) {
+    zelq::LogShowOptions options;
+    options.json = line.format == "json";
+    options.full = line.full;
+    return zelq::showLog(parseId(line.id), options, output);
+}
+
 // Following begins with ten lines, so that the screen shows where it starts.
 int runTrace(CommandLine const& line, zelq::Output& output) {
     zelq::TraceOptions options;
@@ -160,7 +168,7 @@ int run(int argc, char** argv) {
         "Reads ZELQ_DIR, or else the store in /var/log/zelq (root) or ~/.local/state/zelq\n"
         "and the trace in /dev/shm/zelq-UID.\n"
         "Exit status: 0 fine, 1 nothing there or nothing matched, 2 usage, 3 damaged input\n"
-        "(the rest was shown), 4 folder refused or output failed.");
+        "(the rest was shown), 4 folder refused, output failed or out of memory.");
 
     CLI::App& log = *app.add_subcommand("log", "error logs; without a command of its own, lists them");
     log.require_subcommand(0, 1);
@@ -169,6 +177,7 @@ int run(int argc, char** argv) {
     addListOptions(list, line);
     CLI::App& show = *log.add_subcommand("show", "everything about one log");
     show.add_option("ID", line.id, "the log's id or how it begins; without one, the newest log")->type_name("");
+    show.add_flag("--full", line.full, "whole traces, which are folded to their last 10 lines otherwise");
     addFormat(show, line);
 
     CLI::App& trace = *app.add_subcommand("trace", "trace lines, oldest first");
@@ -186,7 +195,7 @@ int run(int argc, char** argv) {
             throw UsageError{"-n and --since belong to 'log list'"};
         }
         zelq::Output output(line.colour);
-        int const status = show.parsed()    ? zelq::showLog(parseId(line.id), line.format == "json", output)
+        int const status = show.parsed()    ? runShow(line, output)
                            : trace.parsed() ? runTrace(line, output)
                                             : runList(line, output);
         return finish(output, status);

@@ -137,6 +137,16 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
+std::string hexDigits(std::uint64_t number, int digits) {
+    std::string text;
+    appendFormatted(text, "%0*llx", digits, static_cast<unsigned long long>(number));
+    return text;
+}
+
+std::string counted(std::uint64_t number, char const* singular) {
+    return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
+}
+
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
     // Four digits keep a line below 80 columns; longer items get what they need.
     int const digits = bytes.size() > 0x10000 ? 6 : 4;

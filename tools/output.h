@@ -2,6 +2,7 @@
 #define ZELQ_OUTPUT_H
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -13,7 +14,7 @@ enum ExitStatus {
     exitNothing = 1,  ///< nothing matched, or nothing is there yet
     exitUsage = 2,
     exitDamaged = 3,  ///< some input could not be read; the rest was shown
-    exitFailed = 4,   ///< the folder is refused, or standard output cannot be written
+    exitFailed = 4,   ///< the folder is refused, standard output cannot be written, no memory
 };
 
 /// When output is coloured.
@@ -59,6 +60,12 @@ std::size_t columns(std::string_view text);
 
 /// `text` followed by spaces up to `width` columns; unchanged when it is wider.
 std::string padded(std::string text, std::size_t width);
+
+/// `number` in at least `digits` hexadecimal digits, in lower case.
+std::string hexDigits(std::uint64_t number, int digits);
+
+/// "1 line", "2 lines".
+std::string counted(std::uint64_t number, char const* singular);
 
 /// Appends a dump of 16 bytes per line, each line after `indent` spaces: offset, hexadecimal, characters.
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to);
