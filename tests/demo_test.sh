@@ -6,7 +6,7 @@ build=${2#"$source"/}
 output=$("$source/examples/demo" "$build")
 echo "$output"
 while read -r pattern; do
-    echo "$output" | grep -qE "$pattern" || { echo "FAIL: no line matches '$pattern'" >&2; exit 1; }
+    echo "$output" | grep -qE -e "$pattern" || { echo "FAIL: no line matches '$pattern'" >&2; exit 1; }
 done <<'END'
 ^ +ok +'README.md' begins with [0-9]+ bytes of text$
 ^ +OPENFAILED +cannot open '/no/such/file': No such file or directory$
@@ -26,5 +26,11 @@ RDFILESF: < readText$
 ^system trace, last 10 of [0-9]+ lines \(--full shows all\)$
 ^    [0-9:.]+ UPDATERF: < readPackage$
 ^item 0x03   24 bytes$
+^  the parent received [0-9]+ bytes and read in them:$
+^XException: job 7 has no input$
+^  at Line: +[0-9]+ in File: workers.cpp$
+^  worker 2: program check, last words from the user exit$
+^  worker 2 died of signal 11 \(Segmentation fault\)$
+^refcode +A0510031 00000007$
 0010  74 72 .*troller\.
 END

@@ -58,9 +58,9 @@ enum xpce_result {
 };
 
 enum {
-    XPCE_EXIT_MAX = 16,      ///< exits registered at a time
-    XPCE_AREA_SIZE = 140,    ///< bytes of an area: a `struct sigaction` of 32-bit programs
-    XPCE_WAIT_SECONDS = 5,   ///< the longest wait for another thread's exits
+    XPCE_EXIT_MAX = 16,     ///< exits registered at a time
+    XPCE_AREA_SIZE = 140,   ///< bytes of an area: a `struct sigaction` of 32-bit programs
+    XPCE_WAIT_SECONDS = 5,  ///< the longest wait for another thread's exits
 };
 
 #if UINTPTR_MAX == 0xFFFFFFFFu
