@@ -39,7 +39,9 @@ bench:
 	@cmake/install-packages $(bench_packages)
 	cmake --preset release
 	cmake --build --preset release
-	build/release/bench/zelqcood_bench $(BENCH_ARGS)
+	@for program in build/release/bench/*_bench; do \
+	    echo; echo "$$program"; $$program $(BENCH_ARGS) || exit 1; \
+	done
 
 install:
 	@cmake/install-packages $(build_packages)

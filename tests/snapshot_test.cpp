@@ -136,7 +136,7 @@ TEST_F(Ring, SnapshotHasNoTornRows) {
                   alarm(60);
                   start([] { writeChecked(1, UINT_MAX); });  // the writers end with this process
                   start([] { writeChecked(2, UINT_MAX); });
-                  for (std::size_t rows = 0; rows < 20000;) {
+                  for (std::size_t rows = 0; rows < 400000;) {
                       for (std::string const& row : snapshot(everybodys, 250, 250)) {
                           TraceEntry line{};
                           line.length = static_cast<unsigned>(row.copy(line.text, 199, row.find(' ', timeWidth) + 1));
