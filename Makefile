@@ -10,7 +10,7 @@ endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
 test_packages := $(build_packages) googletest python3 pkg-config
-bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev
+bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 test_presets := i386 native asan
 
 PREFIX ?= /usr/local

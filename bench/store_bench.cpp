@@ -16,32 +16,10 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "allocationcounter.h"
 #include "benchfolder.h"
 #include "services/recordjson.h"
 #include "zelqplatform/errorlog_service.h"
-
-namespace {
-
-thread_local std::uint64_t allocations = 0;
-
-}  // namespace
-
-// Not inlined: the compiler would otherwise see malloc() on one side of a pair only, and warn.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size != 0 ? size : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -79,19 +57,13 @@ private:
     xlog_record_interface record_ = {};
 };
 
-void count(benchmark::State& state, std::uint64_t allocationsBefore, std::size_t bytes) {
-    state.counters["allocations"] =
-        benchmark::Counter(static_cast<double>(allocations - allocationsBefore), benchmark::Counter::kAvgIterations);
-    state.counters["line_bytes"] = static_cast<double>(bytes);
-}
-
 void render(benchmark::State& state, bool isText) {
     BenchRecord const record(static_cast<std::size_t>(state.range(0)), isText);
-    std::uint64_t const before = allocations;
+    state.counters["line_bytes"] = static_cast<double>(record.line().size());
+    AllocationCounter const counter(state);
     for (auto _ : state) {
         benchmark::DoNotOptimize(record.line().data());
     }
-    count(state, before, record.line().size());
 }
 BENCHMARK_CAPTURE(render, text, true)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(render, binary, false)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
@@ -111,14 +83,14 @@ BENCHMARK(peerJsonString)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrose
 void record(benchmark::State& state, char const* parent) {
     BenchFolder const folder(parent);
     BenchRecord log(static_cast<std::size_t>(state.range(0)), true);
-    std::uint64_t const before = allocations;
+    state.counters["line_bytes"] = static_cast<double>(log.line().size());
+    AllocationCounter const counter(state);
     for (auto _ : state) {
         if (xlog_record(&log.get(), nullptr) != XLOG_OK) {
             state.SkipWithError("the record could not be stored");
             break;
         }
     }
-    count(state, before, log.line().size());
 }
 BENCHMARK_CAPTURE(record, memory, memoryFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(record, disk, diskFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond)->UseRealTime();

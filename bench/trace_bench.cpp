@@ -15,32 +15,10 @@
 #include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/spdlog.h>
 
+#include "allocationcounter.h"
 #include "benchfolder.h"
 #include "zelqcood/trace.h"
 #include "zelqplatform/trace_service.h"
-
-namespace {
-
-thread_local std::uint64_t allocations = 0;
-
-}  // namespace
-
-// Not inlined, or the compiler sees memory of one kind given back as another.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size != 0 ? size : 1)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
@@ -68,21 +46,6 @@ std::string fullLine() {
     line.resize(199, 'x');
     return line;
 }
-
-class AllocationCounter {
-public:
-    explicit AllocationCounter(benchmark::State& state) : state_(state), before_(allocations) {}
-    ~AllocationCounter() {
-        state_.counters["allocations"] =
-            benchmark::Counter(static_cast<double>(allocations - before_), benchmark::Counter::kAvgIterations);
-    }
-    AllocationCounter(AllocationCounter const&) = delete;
-    AllocationCounter& operator=(AllocationCounter const&) = delete;
-
-private:
-    benchmark::State& state_;
-    std::uint64_t before_;
-};
 
 void clockAndCopy(benchmark::State& state) {
     std::string const line = fullLine();

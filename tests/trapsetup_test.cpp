@@ -43,6 +43,7 @@ TEST(TrapSetup, TheLastUnsetRestoresTheActions) {
         setAction(SIGBUS, exitOf<'b'>, SA_SIGINFO);
         before[1] = actionOf(SIGBUS);
         setUp({});
+        expectAction(before[1], actionOf(SIGBUS));
         EXPECT_EQ(XPCE_OK, xpce_unset(nullptr, nullptr));
         for (int const signal : {SIGSEGV, SIGFPE, SIGILL}) {
             expectAction(service, actionOf(signal));

@@ -15,7 +15,7 @@ namespace {
 constexpr std::uintptr_t wordSize = 8;
 
 // Setting the signal mask in a way that does not exist: the kernel reads the new mask, and only
-// then finds that there is nothing to do. A tenth of what reading through process_vm_readv costs.
+// then finds that there is nothing to do. An eighth of what reading through process_vm_readv costs.
 int checkByMask(std::uintptr_t word) {
     constexpr int noSuchWay = -1;
     long const result = syscall(SYS_rt_sigprocmask, noSuchWay, word, nullptr, wordSize);

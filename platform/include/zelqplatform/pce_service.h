@@ -79,8 +79,8 @@ extern "C" {
 // without.
 
 /// Sets the service up: its handlers take the place of the actions of the four signals. Calls are
-/// counted; each needs an xpce_unset(). The process type is for other builds of the service; this one
-/// does not look at it.
+/// counted; only the first changes actions, and each needs an xpce_unset(). The process type is for
+/// other builds of the service; this one does not look at it.
 ///
 /// `areaA` and `areaB` (null, or XPCE_AREA_SIZE bytes) receive as much as fits of the actions of
 /// SIGSEGV and SIGBUS from before the first setup. After a failure nothing is changed or written.
