@@ -63,7 +63,7 @@ void lastWords(int, siginfo*, void*) {
 
 [[noreturn]] void secondWorker() {
     XTrapHandler const handler(XTrapHandler::serviceProcess, lastWords);
-    volatile int* volatile nowhere = nullptr;
+    volatile int* volatile nowhere = reinterpret_cast<volatile int*>(16);  // an address without memory
     *nowhere = 1;
     _exit(0);
 }

@@ -64,12 +64,15 @@ TEST(Attribute, SettersOfALogChangeTheirOwnBitOnly) {
             for (int argument : {0, 1, 5, -1}) {
                 XLog log;
                 for (int i = 0; i < 5; ++i) {
-                    EXPECT_EQ(&(log.*flags[i].set)((start >> i) & 1), &log);
+                    Flag const& flag = flags[i];
+                    EXPECT_EQ(&(log.*flag.set)((start >> i) & 1), &log);
                 }
-                (log.*flags[changed].set)(argument);
+                Flag const& changedFlag = flags[changed];
+                (log.*changedFlag.set)(argument);
                 for (int i = 0; i < 5; ++i) {
+                    Flag const& flag = flags[i];
                     int const expected = i == changed ? argument != 0 : (start >> i) & 1;
-                    ASSERT_EQ((log.*flags[i].is)(), expected) << start << " " << changed << " " << argument;
+                    ASSERT_EQ((log.*flag.is)(), expected) << start << " " << changed << " " << argument;
                 }
             }
         }

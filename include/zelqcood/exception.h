@@ -84,12 +84,12 @@ protected:
     ZELQ_LOCAL void setName(char const* name);
 
 private:
-    struct Free {
+    struct ZELQ_LOCAL Free {
         void operator()(char* text) const;
     };
     // The platform keeps pointers to the names of a location only: those that came out of a block, and
     // the copies of those, live here. The first entry belongs to the first location, and so on.
-    struct LocationNames {
+    struct ZELQ_LOCAL LocationNames {
         std::unique_ptr<char, Free> file;
         std::unique_ptr<char, Free> function;
     };
