@@ -12,7 +12,7 @@
 #include <string>
 
 #include "support/hex.h"
-#include "zelqcood/mclog.h"
+#include "zelqcood/exception.h"
 #include "zelqplatform/errorlog_service.h"
 
 // What a log being built or rebuilt takes for its backtrace. A rebuilt log with none is as it was.
@@ -71,6 +71,19 @@ std::string fields(XMicrocodeLog const& log) {
     return text;
 }
 
+// Without the error code group, which is an address.
+std::string fields(XBaseException const& exception) {
+    std::string text = line(exception.errorId(), exception.isRecoverable(), exception.isLogged());
+    text += std::string(exception.name()) + "|" + (exception.text() == nullptr ? "(none)" : exception.text()) + "|";
+    for (unsigned long i = 0; i < exception.locationCount(); ++i) {
+        ZoExceptionLocation const& location = *exception.locationAtIndex(i);
+        text += std::string(location.fileName()) + "|" +
+                (location.functionName() == nullptr ? "(none)" : location.functionName()) + "|" +
+                line(location.lineNumber());
+    }
+    return exception.logInfo() == nullptr ? text : text + fields(*exception.logInfo());
+}
+
 std::string bytes(std::size_t size) {
     std::string result(size, '\0');
     for (std::size_t i = 0; i < size; ++i) {
@@ -125,6 +138,17 @@ void visitAll(Visitor& visit) {
     visit(XEndMicrocodeLog());
     fill(endLog);
     visit(endLog);
+
+    visit(XTrapException(static_cast<char*>(nullptr), -1));
+    XException exception("open failed", ZoException::recoverable, 0);
+    exception.setErrorId(0xFEDCBA98);
+    for (unsigned long lineNumber = 1; lineNumber <= 7; ++lineNumber) {
+        exception.addLocation(ZoExceptionLocation("file.cpp", lineNumber % 2 == 0 ? nullptr : "function", lineNumber));
+    }
+    visit(exception);
+    visit(XBaseException("closed", ZoException::unrecoverable, 7));
+    exception.setLogInfo(&endLog);
+    visit(exception);
 }
 
 struct Writer {
