@@ -213,6 +213,10 @@ TEST(Exception, ReportsDamageInOneLine) {
         EXPECT_EQ(reportedLines(), std::vector<std::string>{std::string("XLIBEXCF: ") + c.line});
         EXPECT_EQ(text(exception.asString()), c.rendering);
     }
+    // A location without a line has that of the one before it.
+    GuardedBlock const lines(
+        fromHex("24000000 0880 0100 14000000 0200 0100 0C000000 0500 0100 2A000000 08000000 0200 0100"));
+    EXPECT_EQ(XBaseException(lines.get()).locationAtIndex(1)->lineNumber(), 42ul);
     // A name without a zero byte ends with its field; an unreadable block is not touched.
     Bytes named = fromHex("34000000 0880 0100 2C000000 0000 0100" + fields);
     std::fill(named.begin() + 28, named.begin() + 48, static_cast<unsigned char>('N'));
