@@ -6,6 +6,7 @@
 #include <exception>
 #include <utility>
 
+#include "common/errnokeeper.h"
 #include "services/frameline.h"
 #include "services/linecache.h"
 #include "zelqplatform/errorlog_service.h"
@@ -108,7 +109,7 @@ int describeStack(Stack const& stack, char** text, int* length) noexcept {
 // The unwinder is asked itself, and not backtrace(), which does not tell where a signal interrupted
 // the thread.
 int xlog_get_backtrace(char** text, int frames, int* length) {
-    int const callersErrno = errno;
+    zelq::ErrnoKeeper const keeper;
     if (length != nullptr) {
         *length = 0;
     }
@@ -120,7 +121,5 @@ int xlog_get_backtrace(char** text, int frames, int* length) {
     stack.callersAddress = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
     stack.leftOut = frames > 0 ? static_cast<std::size_t>(frames) : 0;
     _Unwind_Backtrace(zelq::addFrame, &stack);
-    int const result = zelq::describeStack(stack, text, length);
-    errno = callersErrno;
-    return result;
+    return zelq::describeStack(stack, text, length);
 }

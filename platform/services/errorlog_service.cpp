@@ -9,6 +9,7 @@
 #include <exception>
 #include <string>
 
+#include "common/errnokeeper.h"
 #include "services/recordjson.h"
 #include "services/store.h"
 
@@ -106,7 +107,7 @@ StoreOutcome recordCounted(xlog_record_interface const& record) noexcept {
 }  // namespace zelq
 
 int xlog_record(xlog_record_interface* record, int* crc) {
-    int const callersErrno = errno;
+    zelq::ErrnoKeeper const keeper;
     zelq::StoreOutcome outcome = {XLOG_NO_RECORD, EINVAL};
     if (record != nullptr) {
         // Nearly every call below is a cancellation point; a thread cancelled in the middle would
@@ -119,6 +120,5 @@ int xlog_record(xlog_record_interface* record, int* crc) {
     if (crc != nullptr) {
         *crc = outcome.crc;
     }
-    errno = callersErrno;
     return outcome.result;
 }

@@ -9,6 +9,8 @@
 #include <csignal>
 #include <cstdint>
 
+#include "common/errnokeeper.h"
+
 namespace {
 
 // What the kernel reads for a signal mask. An aligned word of that size never crosses a page.
@@ -72,11 +74,10 @@ int checkPages(std::uintptr_t first, unsigned long length) {
 }  // namespace
 
 int xpce_ckptr(void const* address, unsigned long length, int* code) {
-    int const callersErrno = errno;
+    zelq::ErrnoKeeper const keeper;
     int const failure = checkPages(reinterpret_cast<std::uintptr_t>(address), length);
     if (code != nullptr) {
         *code = failure;
     }
-    errno = callersErrno;
     return failure;
 }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/errnokeeper.h"
 #include "services/alternatestack.h"
 
 namespace zelq {
@@ -34,11 +35,10 @@ struct Result {
     int crc = 0;
 };
 
-int report(Result const& result, int callersErrno, int* crc) {
+int report(Result const& result, int* crc) {
     if (crc != nullptr) {
         *crc = result.crc;
     }
-    errno = callersErrno;
     return result.result;
 }
 
@@ -155,7 +155,7 @@ void ExitTable::clear() {
 using namespace zelq;
 
 int xpce_setup(unsigned short, void* areaA, void* areaB, int* crc) {
-    int const callersErrno = errno;
+    ErrnoKeeper const keeper;
     Result result;
     struct sigaction saved[2];
     {
@@ -170,11 +170,11 @@ int xpce_setup(unsigned short, void* areaA, void* areaB, int* crc) {
         fill(areaA, saved[0]);
         fill(areaB, saved[1]);
     }
-    return report(result, callersErrno, crc);
+    return report(result, crc);
 }
 
 int xpce_unset(void* area, int* crc) {
-    int const callersErrno = errno;
+    ErrnoKeeper const keeper;
     Result result;
     struct sigaction inForce {};
     {
@@ -189,11 +189,11 @@ int xpce_unset(void* area, int* crc) {
     if (result.result != XPCE_NOT_SET_UP) {
         fill(area, inForce);
     }
-    return report(result, callersErrno, crc);
+    return report(result, crc);
 }
 
 int xpce_add_user_exit(xpce_user_exit exit, int* crc) {
-    int const callersErrno = errno;
+    ErrnoKeeper const keeper;
     Result result;
     {
         Locked const locked;
@@ -206,11 +206,11 @@ int xpce_add_user_exit(xpce_user_exit exit, int* crc) {
             result.crc = result.result == XPCE_TABLE_FULL ? ENOSPC : 0;
         }
     }
-    return report(result, callersErrno, crc);
+    return report(result, crc);
 }
 
 int xpce_remove_user_exit(xpce_user_exit exit, int* crc) {
-    int const callersErrno = errno;
+    ErrnoKeeper const keeper;
     Result result;
     {
         Locked const locked;
@@ -219,5 +219,5 @@ int xpce_remove_user_exit(xpce_user_exit exit, int* crc) {
             result.result = exitTable.remove(exit);
         }
     }
-    return report(result, callersErrno, crc);
+    return report(result, crc);
 }

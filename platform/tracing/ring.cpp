@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include "common/errnokeeper.h"
 #include "common/statefolder.h"
 #include "tracing/fastclock.h"
 #include "tracing/ringfile.h"
@@ -26,17 +27,6 @@ struct ThreadIdentity {
     std::uint32_t tid;
 };
 __attribute__((tls_model("initial-exec"))) __constinit thread_local ThreadIdentity threadIdentity{};
-
-class ErrnoKeeper {
-public:
-    ErrnoKeeper() : saved_(errno) {}
-    ~ErrnoKeeper() { errno = saved_; }
-    ErrnoKeeper(ErrnoKeeper const&) = delete;
-    ErrnoKeeper& operator=(ErrnoKeeper const&) = delete;
-
-private:
-    int saved_;
-};
 
 bool isUsable(void* address) {
     return address != MAP_FAILED;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 
+#include "common/errnokeeper.h"
 #include "common/utf8.h"
 #include "tracing/ring.h"
 #include "tracing/ringreader.h"
@@ -129,9 +130,8 @@ Snapshot take(char* buffer, std::size_t lines, std::size_t width, TraceFilter co
     }
     std::size_t const slots = static_cast<std::size_t>(ring->slotMask) + 1;
     std::size_t const capacity = width < 2 ? 0 : std::min(lines, slots);
-    int const callersErrno = errno;
+    zelq::ErrnoKeeper const keeper;  // a failing allocation sets it
     std::unique_ptr<TraceEntry[]> const entries(new (std::nothrow) TraceEntry[capacity]);
-    errno = callersErrno;
     if (!entries) {
         return {ENOMEM, 0, 0};
     }
