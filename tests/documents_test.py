@@ -9,9 +9,10 @@ copy of the build. The first word behind the fence says what a block is:
   cpp NAME.cpp   a source file, saved under that name. With a main() it is compiled to ./NAME. A later
                  command of the document must use ./NAME, or NAME.cpp when there is no main().
   sh             commands, which must all succeed; what they print is not looked at
-  console        commands behind "$ ", each with what it prints below it. "..." stands for any text, on
-                 a line of its own for any number of lines. Times, ids, addresses and the like may
-                 differ, and so may the number of blanks between words.
+  console        commands behind "$ " (a line that ends in "\\" goes on behind "> "), each with what it
+                 prints below it, to either output. "..." stands for any text, on a line of its own for
+                 any number of lines. Times, ids, addresses and the like may differ, and so may the
+                 number of blanks between words. Where a status matters, have it printed.
   text, json     illustrations; nothing is done with them
 
 "not run: REASON" behind the first word keeps a block from being run; the make targets and files that
@@ -28,6 +29,7 @@ import sys
 import tempfile
 
 source, build, flags = sys.argv[1:4]
+folders = [name for name in os.listdir(source) if os.path.isdir(os.path.join(source, name)) and name != "build"]
 problems = []
 
 # What differs from run to run, each where it can be told from anything else.
@@ -66,14 +68,15 @@ def split(document):
     blocks, prose, inside = [], [], None
     with open(document, encoding="utf-8") as file:
         for number, line in enumerate(file.read().split("\n"), 1):
-            fence = re.match(r"```(.*)", line)
+            fence = re.match(r"( *)```(.*)", line)
             if inside is None and fence:
-                inside = Block(number, fence.group(1), "")
+                indent = len(fence.group(1))  # in a list
+                inside = Block(number, fence.group(2), "")
             elif inside is not None and fence:
                 blocks.append(inside)
                 inside = None
             elif inside is not None:
-                inside.text += line + "\n"
+                inside.text += line[indent:] + "\n"
             prose.append("" if inside is not None or fence else line)
     if inside is not None:
         problem(document, inside.line, "the block has no end")
@@ -277,8 +280,6 @@ def check_folders():
 
 
 def main():
-    global folders
-    folders = [name for name in os.listdir(source) if os.path.isdir(os.path.join(source, name)) and name != "build"]
     documents = [os.path.join(source, "README.md"), *glob.glob(f"{source}/CONTRIBUTING.md"),
                  *sorted(glob.glob(f"{source}/docs/*.md"))]
     with open(documents[0], encoding="utf-8") as file:
