@@ -258,7 +258,9 @@ def check_folders():
 
     def folder_of(path):
         header = re.fullmatch(r"include/zelqcood/(\w+)\.h", path)
-        return header.group(1) if header else max((f for f in row_of if path.startswith(f + "/")), key=len, default=None)
+        if header:
+            return header.group(1)
+        return max((folder for folder in row_of if path.startswith(folder + "/")), key=len, default=None)
 
     checked = 0
     for file in glob.glob(f"{source}/*/**/*.cpp", recursive=True) + glob.glob(f"{source}/*/**/*.h", recursive=True):
