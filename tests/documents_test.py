@@ -5,15 +5,15 @@ The blocks of a document are done in their order, by one bash that begins in an 
 the examples are on its PATH, ZELQ_DIR names a folder of its own, and pkg-config knows the installed
 copy of the build. The first word behind the fence says what a block is:
 
-  cpp            a program: compiled, and run; it must exit with 0
-  cpp NAME.cpp   a source file, saved under that name. With a main() it is compiled to ./NAME. A later
-                 command of the document must use ./NAME, or NAME.cpp when there is no main().
-  sh             commands, which must all succeed; what they print is not looked at
-  console        commands behind "$ " (a line that ends in "\\" goes on behind "> "), each with what it
-                 prints below it, to either output. "..." stands for any text, on a line of its own for
-                 any number of lines. Times, ids, addresses and the like may differ, and so may the
-                 number of blanks between words. Where a status matters, have it printed.
-  text, json     illustrations; nothing is done with them
+  cpp         A program: compiled, and run; it must exit with 0. When its first line is "// NAME.cpp", it
+              is saved under that name and with a main() compiled to ./NAME; a later command of the
+              document must use ./NAME, or NAME.cpp when there is no main().
+  sh          Commands, which must all succeed; what they print is not looked at.
+  console     Commands behind "$ " (a line that ends in "\\" goes on behind "> "), each with what it prints
+              below it, to either output. "..." stands for any text, on a line of its own for any number
+              of lines. Times, ids, addresses and the like may differ, and so may the number of blanks
+              between words. Where a status matters, have it printed.
+  text, json  Illustrations; nothing is done with them.
 
 "not run: REASON" behind the first word keeps a block from being run; the make targets and files that
 it names must exist all the same. So must those that stand between backquotes in the text, and what
@@ -138,30 +138,28 @@ def compile_command(name, program):
 def steps_of(document, blocks, work):
     steps, to_use = [], []
     for block in blocks:
-        if block.kind in ("text", "json") or (block.kind in ("cpp", "sh", "console") and is_shown_only(block)):
+        if block.kind in ("text", "json"):
+            continue
+        if block.kind in ("cpp", "sh", "console") and block.rest:
+            if not is_shown_only(block):
+                problem(document, block.line, f"{block.rest!r} is not 'not run: REASON'")
             continue
         if block.kind == "cpp":
-            name = block.rest or f"program{len(steps)}.cpp"
-            if not re.fullmatch(r"\w+\.(cpp|h)", name):
-                problem(document, block.line, f"{name!r} is neither a file name nor 'not run: REASON'")
-                continue
+            named = re.match(r"// (\w+\.(cpp|h))\n", block.text)
+            name = named.group(1) if named else f"program{len(steps)}.cpp"
             has_main = re.search(r"\bint main\(", block.text) is not None
             saved = os.path.join(work, name)
             program = "./" + name.rsplit(".", 1)[0]
             script = f"cp {saved} {name}\n"
             with open(saved, "w", encoding="utf-8") as file:
                 file.write(block.text)
-            if has_main:
+            if has_main or not named:
                 script += compile_command(name, program)
-            if not block.rest:
-                script += program + "\n"
-            else:
+            if named:
                 to_use.append((block.line, program if has_main else name))
-            if not block.rest and not has_main:
-                problem(document, block.line, "a program without main(), and no file name")
+            else:
+                script += program + "\n"
             steps.append(Step(block.line, script))
-        elif block.rest:
-            problem(document, block.line, f"{block.rest!r} is not 'not run: REASON'")
         elif block.kind == "sh":
             steps.append(Step(block.line, block.text))
         elif block.kind == "console":

@@ -17,7 +17,7 @@ for file in lib/libzelqcood.so lib/libzelqcoob.so lib/libpumwtrac.so lib/libzelq
 done
 
 mkdir "$work/program"
-awk '/^```cpp / { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >"$work/program/main.cpp"
+awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >"$work/program/main.cpp"
 cat >"$work/program/CMakeLists.txt" <<'END'
 cmake_minimum_required(VERSION 3.25)
 project(consumer LANGUAGES CXX)
