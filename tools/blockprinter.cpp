@@ -30,6 +30,22 @@ std::string shownText(std::string_view text) {
     return text.empty() ? "(empty)" : printable(text, true);
 }
 
+// The text with line ends after commas, so that it stays on the screen when it begins in `column`.
+std::string wrapped(std::string text, std::size_t column) {
+    std::size_t const width = terminalWidth - std::min(column, terminalWidth / 2);
+    std::size_t start = 0;
+    while (text.size() - start > width) {
+        std::size_t const comma = text.rfind(", ", start + width - 1);
+        if (comma == std::string::npos || comma < start) {
+            break;
+        }
+        start = comma + 2;
+        text.replace(start - 1, 1, "\n" + std::string(column, ' '));
+        start += column;
+    }
+    return text;
+}
+
 // Where the last `count` lines begin; 0 when there are no more than that. The last line may or may
 // not have its line end.
 std::size_t startOfLastLines(std::string_view text, std::size_t count) {
@@ -86,12 +102,10 @@ void BlockTreePrinter::fields(BlockNode const& node, TableRange<BlockField> fiel
         startLine(node.bodyOffset() + field.offset);
         output_.print(Style::faint, padded(field.name, nameWidth));
         std::string_view const text = node.body.substr(field.offset, field.size);
-        output_.print(
-            "  " +
-            (field.isText
-                 ? shownText(text.substr(0, text.find('\0')))
-                 : numberText(field, fieldNumber(field, reinterpret_cast<unsigned char const*>(node.body.data())))) +
-            "\n");
+        auto const* const body = reinterpret_cast<unsigned char const*>(node.body.data());
+        std::string const value =
+            field.isText ? shownText(text.substr(0, text.find('\0'))) : numberText(field, fieldNumber(field, body));
+        output_.print("  " + wrapped(value, indent() + nameWidth + 2) + "\n");
     }
     printDump(node.bodyOffset() + shown, node.body.substr(shown));
 }
@@ -142,16 +156,19 @@ void BlockTreePrinter::startLine(std::size_t offset) {
     output_.print(std::string(2 * depth_, ' '));
 }
 
+std::size_t BlockTreePrinter::indent() const {
+    return 2 * depth_ + (options_.offsets ? static_cast<std::size_t>(offsetDigits_) + 2 : 0);
+}
+
 void BlockTreePrinter::printNote(Style style, std::string const& note) {
-    output_.print(std::string(2 * depth_ + (options_.offsets ? static_cast<std::size_t>(offsetDigits_) + 2 : 0), ' '));
+    output_.print(std::string(indent(), ' '));
     output_.print(style, "-- " + note + " --");
     output_.print("\n");
 }
 
 // Rows of half the length where the tree is too deep for whole ones.
 void BlockTreePrinter::printDump(std::size_t offset, std::string_view bytes) {
-    std::size_t const indent = 2 * depth_ + (options_.offsets ? static_cast<std::size_t>(offsetDigits_) + 2 : 0);
-    std::size_t const row = indent + longRowWidth <= terminalWidth ? longRow : longRow / 2;
+    std::size_t const row = indent() + longRowWidth <= terminalWidth ? longRow : longRow / 2;
     bool const isFolded = !options_.full && bytes.size() > foldedBytes;
     std::size_t const shown = isFolded ? foldedBytes : bytes.size();
     for (std::size_t at = 0; at < shown; at += row) {

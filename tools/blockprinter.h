@@ -27,6 +27,7 @@ public:
     void fault(std::string const& what) override;
 
 private:
+    std::size_t indent() const;
     void startLine(std::size_t offset);
     void printNote(Style style, std::string const& note);
     void printDump(std::size_t offset, std::string_view bytes);
