@@ -64,25 +64,20 @@ bool BlockReader::next(BlockChildKind const* kinds, std::size_t count) {
 }
 
 bool BlockReader::isUsable(BlockChildKind const& kind) const {
-    if (kind.content == BlockChildKind::ownReader) {
-        return true;
-    }
-    if (kind.content == BlockChildKind::ignored) {
-        return false;
-    }
-    if (child_.header.format != blockFormat) {
+    switch (faultOf(kind, child_)) {
+    case ChildFault::none: return kind.content != BlockChildKind::ignored;
+    case ChildFault::wrongFormat:
         report(message("Invalid ", kind.name, " data format (got ", child_.header.format, ", expecting 1)"));
         return false;
-    }
-    if (bodySize() < kind.leastBody) {
+    case ChildFault::tooShort:
         report(message("Invalid ", kind.name, " data size (got ", child_.header.size, ", expecting at least ",
                        kind.leastBody + BlockHeader::bytes, ")"));
         return false;
-    }
-    if (kind.content == BlockChildKind::text && bodySize() != 0 && std::memchr(body(), 0, bodySize()) == nullptr) {
+    case ChildFault::unterminated:
         report(message("Invalid ", kind.name, " data (no zero byte in ", bodySize(), " bytes)"));
+        return true;
     }
-    return true;
+    return false;
 }
 
 BlockReader BlockReader::children(char const* unknownType) const {

@@ -4,24 +4,8 @@
 #include <cstddef>
 
 #include "block/blockcursor.h"
-#include "block/classcodes.h"
+#include "block/childkind.h"
 #include "zelqplatform/zostring.h"
-
-/// A kind of child that a class knows: how the messages name it and how its body is checked.
-struct BlockChildKind {
-    enum Content {
-        fields,     ///< fixed fields: at least `leastBody` bytes
-        bytes,      ///< any bytes
-        text,       ///< characters and their zero byte; an empty body stands for an empty text
-        ownReader,  ///< a whole class block: the class that reads it checks its header
-        ignored,    ///< read by other means before the walk
-    };
-
-    unsigned short type;
-    char const* name;
-    Content content;
-    std::uint32_t leastBody = 0;
-};
 
 /// The way in which every rebuilding constructor reads its block.
 ///

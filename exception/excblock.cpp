@@ -2,6 +2,7 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
 #include "trace/message.h"
 #include "zelqcood/block.h"
 #include "zelqcood/exception.h"
@@ -10,33 +11,9 @@
 
 namespace {
 
+using namespace exceptionLayout;
+
 const char _traceMask[] = "XLIBEXC";
-
-enum Child : unsigned short { baseBlock = 0, textBlock = 1, locationBlock = 2 };
-enum LocationChild : unsigned short { locFileBlock = 3, locFuncBlock = 4, locLineBlock = 5 };
-
-constexpr PackedField<std::uint32_t, 0> severityField = {};
-constexpr PackedField<std::uint32_t, 4> errorCodeGroupField = {};
-constexpr PackedField<std::uint32_t, 8> errorIdField = {};
-constexpr PackedText<12, 20> nameField = {};
-constexpr PackedField<std::int32_t, 32> loggedField = {};
-constexpr std::size_t baseBlockSize = loggedField.end;
-
-constexpr PackedField<std::uint32_t, 0> lineField = {};
-constexpr std::size_t lineBlockSize = lineField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {textBlock, "textBlock", BlockChildKind::text},
-    {locationBlock, "locationBlock", BlockChildKind::bytes},
-    {endMicrocodeLogClass, "XEndMicrocodeLog", BlockChildKind::ownReader},
-};
-
-constexpr BlockChildKind locationChildren[] = {
-    {locFileBlock, "locFileBlock", BlockChildKind::text},
-    {locFuncBlock, "locFuncBlock", BlockChildKind::text},
-    {locLineBlock, "locLineBlock", BlockChildKind::fields, lineBlockSize},
-};
 
 bool isReadable(unsigned char const* block) {
     int code = 0;

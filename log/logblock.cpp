@@ -2,31 +2,15 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
 #include "zelqcood/log.h"
 #include "zelqcood/trace.h"
 
 namespace {
 
+using namespace logLayout;
+
 const char _traceMask[] = "XLIBLOG";
-
-// 2 is never written.
-enum Child : unsigned short { baseBlock = 0, eventNameBlock = 1, logIdBlock = 3 };
-
-constexpr PackedField<std::uint8_t, 0> logClassField = {};
-constexpr PackedField<std::uint8_t, 1> logTypeField = {};
-constexpr PackedField<std::uint16_t, 2> userField = {};
-constexpr PackedField<std::uint32_t, 4> attributesField = {};
-constexpr PackedField<std::uint32_t, 8> reserved1Field = {};
-constexpr PackedField<std::uint32_t, 12> reserved2Field = {};
-constexpr std::size_t baseBlockSize = reserved2Field.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {eventNameBlock, "eventNameBlock", BlockChildKind::text},
-    {logIdBlock, "logIdBlock", BlockChildKind::text},
-    {logDataClass, "XLogData", BlockChildKind::ownReader},
-    {microcodeLogDataClass, "XMicrocodeLogData", BlockChildKind::ownReader},
-};
 
 }  // namespace
 

@@ -4,21 +4,14 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
 #include "zelqcood/trace.h"
 
 namespace {
 
+using namespace logDataLayout;
+
 const char _traceMask[] = "XLIBLGD";
-
-enum Child : unsigned short { baseBlock = 0, dataBlock = 1 };
-
-constexpr PackedField<std::uint16_t, 0> blockIdField = {};
-constexpr std::size_t baseBlockSize = blockIdField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {dataBlock, "dataBlock", BlockChildKind::bytes},
-};
 
 // A copy of the bytes; of 0 bytes too, so that an item that was given data has a data pointer.
 // Bytes that are not there count as zero, as in a block.

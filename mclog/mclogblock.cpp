@@ -2,28 +2,16 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
 #include "zelqcood/block.h"
 #include "zelqcood/mclog.h"
 #include "zelqcood/trace.h"
 
 namespace {
 
+using namespace microcodeLogLayout;
+
 const char _traceMask[] = "XLIBMLG";
-
-enum Child : unsigned short { baseBlock = 0, textBlock = 1, backtraceBlock = 2, secondaryRefcodeBlock = 3 };
-
-constexpr PackedField<std::uint16_t, 0> errorIdField = {};
-constexpr PackedField<std::int32_t, 2> errorReasonField = {};
-constexpr PackedField<std::int32_t, 6> ownedField = {};
-constexpr std::size_t baseBlockSize = ownedField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {textBlock, "textBlock", BlockChildKind::text},
-    {backtraceBlock, "backtraceBlock", BlockChildKind::text},
-    {secondaryRefcodeBlock, "SecondaryRefcodeInfo", BlockChildKind::ownReader},
-    {logClassCode, "XLog", BlockChildKind::ignored},
-};
 
 }  // namespace
 

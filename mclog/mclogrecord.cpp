@@ -33,16 +33,14 @@ void removeFirst(std::list<XLogData*>& items) {
 // The service takes 8 bits of a block id, but the two formats need 9: they get numbers instead.
 void numberFormats(std::list<XLogData*> const& items) {
     constexpr unsigned short firstNumber = 3;
-    constexpr unsigned short firstTextNumber = 0xE0;
-    constexpr unsigned short lastTextNumber = 0xEC;  // the items of the log itself follow
     unsigned short number = firstNumber;
-    unsigned short textNumber = firstTextNumber;
+    unsigned short textNumber = firstTextItem;
     for (XLogData* item : items) {
         if (item->size() == 0) {
             continue;
         }
         bool const isText = item->blockId() == XMicrocodeLogData::textFormat;
-        if (isText && textNumber <= lastTextNumber) {
+        if (isText && textNumber <= lastTextItem) {
             item->setBlockId(textNumber++);
         } else if (isText || item->blockId() == XMicrocodeLogData::binaryFormat) {
             item->setBlockId(number++);

@@ -1,26 +1,17 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
 #include "zelqcood/mclog.h"
 #include "zelqcood/trace.h"
 
 namespace {
 
+using namespace secondaryRefcodeLayout;
+
 const char _traceMask[] = "XLIBMLG";
 
 // The record's own type, which means something only inside a microcode log's block.
-constexpr unsigned short refcodeType = 3;
-
-enum Child : unsigned short { baseBlock = 0 };
-
-constexpr PackedField<std::uint8_t, 0> logClassField = {};
-constexpr PackedField<std::uint8_t, 1> logTypeField = {};
-constexpr PackedField<std::uint16_t, 2> errorIdField = {};
-constexpr PackedField<std::int32_t, 4> errorReasonField = {};
-constexpr std::size_t baseBlockSize = errorReasonField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-};
+constexpr unsigned short refcodeType = microcodeLogLayout::secondaryRefcodeBlock;
 
 }  // namespace
 

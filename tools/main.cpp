@@ -1,4 +1,5 @@
-// The command line of zelq. What the commands do stands in logcommands.h and tracecommand.h.
+// The command line of zelq. What the commands do stands in logcommands.h, tracecommand.h and
+// blockcommand.h.
 
 #include <cctype>
 #include <cerrno>
@@ -15,6 +16,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "blockcommand.h"
 #include "logcommands.h"
 #include "output.h"
 #include "timetext.h"
@@ -35,6 +37,7 @@ struct CommandLine {
     std::optional<std::uint32_t> pid;
     std::optional<std::uint32_t> tid;
     std::optional<std::uint32_t> handle;
+    zelq::BlockOptions block;
 };
 
 /// A mistake on the command line that only shows when the values are looked at.
@@ -96,6 +99,22 @@ void addListOptions(CLI::App& command, CommandLine& line) {
     addFormat(command, line);
 }
 
+void addBlockOptions(CLI::App& command, CommandLine& line) {
+    command.add_option("FILE", line.block.file, "the file; standard input without one or with -")->type_name("");
+    command.add_flag("--offsets", line.block.offsets, "before each line, where in the block it is from");
+    command.add_flag("--full", line.full, "long data and traces, which are folded otherwise");
+    CLI::Option* const raw = command.add_flag("--raw", line.block.raw, "the file is the block, byte for byte");
+    command.add_flag("--hex", line.block.hex, "the file is a hex dump")->excludes(raw);
+    addFormat(command, line);
+    command.footer(
+        "A file of printable ASCII is taken for a hex dump, any other for the block itself: no\n"
+        "block is text, since its header has control bytes. A hex dump is words of two digits a\n"
+        "byte, or lines as xxd, hexdump -C and the trace have them, with offsets.\n"
+        "Several blocks may follow each other. Files of more than 64 MiB are refused.\n"
+        "With -o json no byte is lost: an object stands for its header (size, type, format),\n"
+        "then the bytes of \"hex\", \"children\" and \"rest\".");
+}
+
 int runList(CommandLine const& line, zelq::Output& output) {
     zelq::LogListOptions options;
     options.json = line.format == "json";
@@ -113,6 +132,13 @@ int runShow(CommandLine const& line, zelq::Output& output) {
     options.json = line.format == "json";
     options.full = line.full;
     return zelq::showLog(parseId(line.id), options, output);
+}
+
+int runBlock(CommandLine const& line, zelq::Output& output) {
+    zelq::BlockOptions options = line.block;
+    options.json = line.format == "json";
+    options.full = line.full;
+    return zelq::showBlocks(options, output);
 }
 
 // Following begins with ten lines, so that the screen shows where it starts.
@@ -188,6 +214,9 @@ int run(int argc, char** argv) {
     trace.add_option("--handle", line.handle, "only lines of this trace; 0 is the default one")->type_name("NUMBER");
     addFormat(trace, line);
 
+    CLI::App& block = *app.add_subcommand("block", "what a binary block holds, as a tree");
+    addBlockOptions(block, line);
+
     try {
         app.parse(argc, argv);
         if (show.parsed() && (log.count("-n") > 0 || log.count("-S") > 0)) {
@@ -197,6 +226,7 @@ int run(int argc, char** argv) {
         zelq::Output output(line.colour);
         int const status = show.parsed()    ? runShow(line, output)
                            : trace.parsed() ? runTrace(line, output)
+                           : block.parsed() ? runBlock(line, output)
                                             : runList(line, output);
         return finish(output, status);
     } catch (CLI::Success const& help) {

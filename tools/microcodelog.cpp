@@ -10,10 +10,6 @@
 namespace zelq {
 namespace {
 
-// The log's own texts come first in a record, so they have the first numbers of texts. Without a
-// text of its own the secondary codes have the first one; without those a program's text has it.
-constexpr std::uint64_t firstTextItem = 0xE0;
-
 constexpr std::string_view secondaryHeading = "Secondary Reference Codes:\n";
 constexpr std::string_view secondaryPattern = "\nXXXXXXXX XXXXXXXX";  // X: a hexadecimal digit
 constexpr std::string_view firstFrame = "#0  0x";
@@ -81,6 +77,8 @@ std::vector<ItemRole> itemRoles(Record const& record) {
     if (!isTaken(ItemRole::errorCode)) {
         return roles;
     }
+    // The log's own texts come first in a record, so they have the first numbers of texts. Without a
+    // text of its own the secondary codes have the first one; without those a program's text has it.
     for (std::size_t i = 0; i < record.items.size(); ++i) {
         RecordItem const& item = record.items[i];
         if (isTrace(item)) {

@@ -147,25 +147,28 @@ std::string counted(std::uint64_t number, char const* singular) {
     return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
 }
 
+void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
+    std::string characters;
+    for (std::size_t i = 0; i < width; ++i) {
+        to += i != 0 && i % 8 == 0 ? " " : "";
+        if (i < row.size()) {
+            unsigned const byte = static_cast<unsigned char>(row[i]);
+            appendFormatted(to, "%02x ", byte);
+            characters += byte >= 0x20 && byte < 0x7F ? row[i] : '.';
+        } else {
+            to += "   ";
+        }
+    }
+    to += " |" + characters + "|\n";
+}
+
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
     // Four digits keep a line below 80 columns; longer items get what they need.
     int const digits = bytes.size() > 0x10000 ? 6 : 4;
     for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
-        std::string_view const row = bytes.substr(offset, 16);
         to.append(indent, ' ');
         appendFormatted(to, "%0*zx  ", digits, offset);
-        std::string characters;
-        for (std::size_t i = 0; i < 16; ++i) {
-            to += i == 8 ? " " : "";
-            if (i < row.size()) {
-                unsigned const byte = static_cast<unsigned char>(row[i]);
-                appendFormatted(to, "%02x ", byte);
-                characters += byte >= 0x20 && byte < 0x7F ? row[i] : '.';
-            } else {
-                to += "   ";
-            }
-        }
-        to += " |" + characters + "|\n";
+        appendHexRow(bytes.substr(offset, 16), 16, to);
     }
 }
 

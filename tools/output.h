@@ -67,6 +67,10 @@ std::string hexDigits(std::uint64_t number, int digits);
 /// "1 line", "2 lines".
 std::string counted(std::uint64_t number, char const* singular);
 
+/// Appends up to `width` bytes in hexadecimal and as characters, which stand in the same column however
+/// few bytes there are.
+void appendHexRow(std::string_view row, std::size_t width, std::string& to);
+
 /// Appends a dump of 16 bytes per line, each line after `indent` spaces: offset, hexadecimal, characters.
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to);
 
