@@ -1,21 +1,37 @@
 #include "services/store.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
+#include <csignal>
+#include <ctime>
 
 #include "common/statefolder.h"
+#include "common/uninterrupted.h"
 #include "services/storelock.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace zelq {
 namespace {
 
-// Moves every file to the next number, the oldest over its predecessor. Returns false when the
-// newest is still in its place: after any failure the loop ends, because the next move would
-// overwrite a file that could not get out of the way.
+bool isFree(int folder, unsigned index) {
+    char name[storeNameSize];
+    storeFileName(index, name);
+    struct stat status;
+    return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+}
+
+// Moves the files below the first free number to the next one each; without a free number the oldest
+// file goes. So a rotation that failed or died halfway costs no records when the next one goes over it.
+// Returns false when the newest is still in its place: after any failure the loop ends, because the
+// next move would overwrite a file that could not get out of the way.
 bool rotate(int folder, unsigned files) {
-    for (unsigned index = files - 1; index > 0; --index) {
+    unsigned last = 1;
+    while (last < files - 1 && !isFree(folder, last)) {
+        ++last;
+    }
+    for (unsigned index = last; index > 0; --index) {
         char from[storeNameSize];
         char to[storeNameSize];
         storeFileName(index - 1, from);
@@ -39,21 +55,78 @@ StoreOutcome failed(xlog_result result, int crc) {
     return {result, crc};
 }
 
-// One write(2) for the whole line, so that a reader or a crash meets at most one torn line. What
-// could be written in part only is taken back.
-StoreOutcome writeLine(int file, off_t oldSize, char const* line, std::size_t size) {
-    ssize_t written = 0;
-    do {
-        written = write(file, line, size);
-    } while (written < 0 && errno == EINTR);
-    if (written == static_cast<ssize_t>(size)) {
-        return {XLOG_OK, 0};
+/// Within its life, a write beyond the process's limit for file sizes fails and does no more: the
+/// signal that the kernel sends with it would end a program that is not prepared for it.
+class FileSizeSignalHeld {
+public:
+    FileSizeSignalHeld() noexcept {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        sigpending(&pendingBefore_);
+        pthread_sigmask(SIG_BLOCK, &signal_, &maskBefore_);
     }
-    int const failure = written < 0 ? errno : ENOSPC;
-    // Should this fail too, the piece stays as a torn line, which the next writer closes.
-    int const ignored = ftruncate(file, oldSize);
-    static_cast<void>(ignored);
-    return failed(XLOG_WRITE_FAILED, failure);
+    ~FileSizeSignalHeld() { pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr); }
+    FileSizeSignalHeld(FileSizeSignalHeld const&) = delete;
+    FileSizeSignalHeld& operator=(FileSizeSignalHeld const&) = delete;
+
+    /// To be called after each write that failed with EFBIG.
+    void discard() noexcept {
+        if (sigismember(&pendingBefore_, SIGXFSZ) == 0) {
+            timespec const atOnce = {0, 0};
+            uninterrupted([&] { return sigtimedwait(&signal_, nullptr, &atOnce); });
+        }
+    }
+
+private:
+    sigset_t signal_;
+    sigset_t pendingBefore_;
+    sigset_t maskBefore_;
+};
+
+// One write(2) for the whole line, so that a reader or a crash meets at most one torn line; a second
+// one only where the kernel stopped short. What could be written in part only is taken back.
+StoreOutcome writeLine(int file, off_t oldSize, char const* line, std::size_t size) {
+    FileSizeSignalHeld held;
+    while (size > 0) {
+        ssize_t const written = uninterrupted([&] { return write(file, line, size); });
+        if (written <= 0) {
+            int const failure = written < 0 ? errno : ENOSPC;
+            if (failure == EFBIG) {
+                held.discard();
+            }
+            // Should this fail too, the piece stays as a torn line, which the next writer closes.
+            int const ignored = ftruncate(file, oldSize);
+            static_cast<void>(ignored);
+            return failed(XLOG_WRITE_FAILED, failure);
+        }
+        line += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return {XLOG_OK, 0};
+}
+
+// A file is on disk when its name is, and those of the folders above it, of which any may be new.
+// Folders of other users and the roots of mounted filesystems were not made by the services.
+int syncFolders(int newest) {
+    Descriptor parent;
+    for (int folder = newest;; folder = parent.get()) {
+        if (uninterrupted([&] { return fsync(folder); }) != 0 && errno != EINVAL) {
+            return errno;
+        }
+        struct stat here;
+        struct stat above;
+        if (fstat(folder, &here) != 0 || fstatat(folder, "..", &above, 0) != 0) {
+            return errno;
+        }
+        if (above.st_uid != geteuid() || above.st_dev != here.st_dev || above.st_ino == here.st_ino) {
+            return 0;
+        }
+        Descriptor next(uninterrupted([&] { return openat(folder, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+        if (next.get() < 0) {
+            return errno;
+        }
+        parent.swap(next);
+    }
 }
 
 /// Opens the newest file with room for `size` bytes, rotating first if need be.
@@ -80,8 +153,8 @@ StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* f
     }
     // An empty file may be one that was created a moment ago. Its name is made durable before the
     // first record goes in, whoever created it: a file with records in it has its name on disk.
-    if (*fileSize == 0 && fsync(folder) != 0 && errno != EINVAL) {
-        return failed(XLOG_WRITE_FAILED, errno);
+    if (int const failure = *fileSize == 0 ? syncFolders(folder) : 0; failure != 0) {
+        return failed(XLOG_WRITE_FAILED, failure);
     }
     return {XLOG_OK, 0};
 }
@@ -117,7 +190,7 @@ StoreOutcome appendToStore(char const* line, std::size_t size) noexcept {
     // The slow part is done without the lock, so that several writers wait for the disk together.
     // A rotation in between does not matter: the descriptor stays with the file.
     lock.release();
-    if (fdatasync(file.get()) != 0) {
+    if (uninterrupted([&] { return fdatasync(file.get()); }) != 0) {
         return failed(XLOG_SYNC_FAILED, errno);
     }
     return {XLOG_OK, 0};

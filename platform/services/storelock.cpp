@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "common/uninterrupted.h"
+
 namespace zelq {
 namespace {
 
@@ -21,7 +23,8 @@ int elapsedMs(timespec const& since) {
 }  // namespace
 
 int openStoreFile(int folder, char const* name, Descriptor& file) noexcept {
-    file.reset(openat(folder, name, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    constexpr int flags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+    file.reset(uninterrupted([&] { return openat(folder, name, flags, 0600); }));
     if (file.get() < 0) {
         return errno;
     }
