@@ -184,7 +184,13 @@ TEST_F(StoreTest, resultsWhenTheStoreIsUnusable) {
         fs::create_directory(path);
         chmod(path.c_str(), 0770);
     };
-    Row const rows[] = {
+    auto const give = [](fs::path const& path) {
+        return [path] {
+            append(path, "");
+            ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
+        };
+    };
+    std::vector<Row> rows = {
         {"folder is a file", replace(folder_, file), failure(XLOG_NO_FOLDER, ENOTDIR)},
         {"folder is a link", replace(folder_, link), failure(XLOG_NO_FOLDER, ENOTDIR)},
         {"others may write into the folder", replace(folder_, open), failure(XLOG_NO_FOLDER, EPERM)},
@@ -195,6 +201,11 @@ TEST_F(StoreTest, resultsWhenTheStoreIsUnusable) {
         {"lock is a link", replace(lock(), link), failure(XLOG_NO_LOCK, ELOOP)},
         {"lock is a fifo", replace(lock(), fifo), failure(XLOG_NO_LOCK, ENXIO)},
     };
+    if (geteuid() == 0) {
+        rows.push_back({"somebody else's folder", give(folder_), failure(XLOG_NO_FOLDER, EPERM)});
+        rows.push_back({"somebody else's store", give(store()), failure(XLOG_NO_STORE, EPERM)});
+        rows.push_back({"somebody else's lock", give(lock()), failure(XLOG_NO_LOCK, EPERM)});
+    }
     unsigned failures = 0;
     for (Row const& row : rows) {
         fs::remove_all(folder_);

@@ -19,16 +19,6 @@
 namespace storetest {
 namespace {
 
-constexpr int dies = -2;
-
-/// What may go wrong at the n-th call.
-struct Fault {
-    char const* what;
-    int answer;
-    bool lasts;        ///< the same call keeps failing
-    char const* only;  ///< calls that may fail in this way, each in blanks; "" for all
-};
-
 Fault const faults[] = {
     {"EIO", EIO, false, ""},
     {"EIO from then on", EIO, true, ""},
@@ -38,33 +28,6 @@ Fault const faults[] = {
     {"half of it", halfOfIt, false, " write "},
     {"half of it, and then again", halfOfIt, true, " write "},
     {"death", dies, false, ""},
-};
-
-/// Puts the n-th call that the fault may hit to it.
-class FaultAtCall {
-public:
-    FaultAtCall(Fault const& fault, unsigned n) : fault_(fault), left_(n) {}
-
-    int operator()(std::string const& name) {
-        bool const mayFail =
-            *fault_.only == '\0' || std::string(fault_.only).find(" " + name + " ") != std::string::npos;
-        bool const isHit = mayFail && (failed_.empty() ? --left_ == 0 : fault_.lasts && failed_ == name);
-        if (!isHit) {
-            return 0;
-        }
-        failed_ = name;
-        if (fault_.answer == dies) {
-            _exit(0);
-        }
-        return fault_.answer;
-    }
-
-    std::string const& failed() const { return failed_; }
-
-private:
-    Fault const& fault_;
-    unsigned left_;
-    std::string failed_;
 };
 
 /// What the store holds before a record that meets a fault.

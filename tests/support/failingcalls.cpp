@@ -30,6 +30,9 @@ int ask(char const* name, int descriptor) {
     int const answer = hook(name);
     isHooked = true;
     errno = saved;
+    if (answer == dies) {
+        _exit(0);
+    }
     return answer;
 }
 
@@ -74,6 +77,15 @@ CallsHooked::~CallsHooked() {
     isHooked = false;
     hook = nullptr;
     wallClock = -1;
+}
+
+int FaultAtCall::operator()(std::string const& name) {
+    bool const mayFail = *fault_.only == '\0' || std::string(fault_.only).find(" " + name + " ") != std::string::npos;
+    if (!mayFail || (failed_.empty() ? --left_ != 0 : !fault_.lasts || failed_ != name)) {
+        return 0;
+    }
+    failed_ = name;
+    return fault_.answer;
 }
 
 void setWallClock(time_t now) {
@@ -142,6 +154,19 @@ off_t lseek(int file, off_t offset, int from) noexcept {
 
 int ftruncate(int file, off_t size) noexcept {
     return call<ftruncate>("ftruncate", file, file, size);
+}
+
+int fchmod(int file, mode_t mode) noexcept {
+    return call<fchmod>("fchmod", file, file, mode);
+}
+
+int posix_fallocate(int file, off_t offset, off_t size) {
+    int const answer = ask("posix_fallocate", file);
+    return answer > 0 ? answer : next<posix_fallocate>()(file, offset, size);
+}
+
+int linkat(int fromFolder, char const* from, int toFolder, char const* to, int flags) noexcept {
+    return call<linkat>("linkat", fromFolder, fromFolder, from, toFolder, to, flags);
 }
 
 int flock(int file, int operation) noexcept {
