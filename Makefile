@@ -15,7 +15,7 @@ test_presets := i386 native asan
 
 PREFIX ?= /usr/local
 
-.PHONY: all demo test bench install clean
+.PHONY: all demo test soak bench install clean
 
 all: demo
 
@@ -34,6 +34,14 @@ test-%:
 	cmake --preset $* -DZELQCOOD_TESTS=ON
 	cmake --build --preset $*
 	ctest --test-dir build/$* --output-on-failure -j 2
+
+# Load for SOAK_SECONDS, with some GB in /var/tmp.
+SOAK_SECONDS ?= 60
+soak:
+	@cmake/install-packages $(test_packages)
+	cmake --preset i386 -DZELQCOOD_TESTS=ON
+	cmake --build --preset i386 --target load_test
+	SOAK_SECONDS=$(SOAK_SECONDS) build/i386/tests/load_test
 
 bench:
 	@cmake/install-packages $(bench_packages)

@@ -44,8 +44,9 @@ typedef void (*xpce_user_exit)(int, siginfo*, void*);
 }
 
 /// Results of the functions below. The second integer (crc) tells more. A result with crc 0 is what
-/// doing a thing twice gives; nothing changed. Callers take results above 7 for failures of the
-/// system. Never renumber them: they stand in traces.
+/// doing a thing twice gives; nothing changed. Callers take results above 7 for failures that the
+/// service has logged itself. This one logs nothing, and so gives none. Never renumber them: they
+/// stand in traces.
 enum xpce_result {
     XPCE_OK = 0,                  ///< done; crc 0
     XPCE_ALREADY_REGISTERED = 1,  ///< the exit is in the table, where it was; crc 0
@@ -53,8 +54,8 @@ enum xpce_result {
     XPCE_NOT_SET_UP = 3,          ///< no xpce_setup() is in force; crc EPERM
     XPCE_NO_EXIT = 4,             ///< the exit is null; crc EINVAL
     XPCE_TABLE_FULL = 5,          ///< XPCE_EXIT_MAX exits are registered; crc ENOSPC
-    XPCE_NO_STACK = 8,            ///< the thread's alternate stack cannot be made; crc is the errno
-    XPCE_NO_ACTION = 9,           ///< a signal's action cannot be changed; crc is the errno
+    XPCE_NO_STACK = 6,            ///< the thread's alternate stack cannot be made; crc is the errno
+    XPCE_NO_ACTION = 7,           ///< a signal's action cannot be changed; crc is the errno
 };
 
 enum {
