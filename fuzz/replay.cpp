@@ -1,8 +1,6 @@
-// ENTRY_replay [INPUT...]            runs the entry on its seeds, then on each input: a file, or the
-//                                    files of a folder
+// ENTRY_replay [FILE...]             runs the entry on its seeds, then on the input in each file
 // ENTRY_replay --write-seeds FOLDER  writes the seeds as files, for a fuzzer to begin with
 
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,9 +16,9 @@ static void run(std::string const& name, std::string const& input) {
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
 
-static void runFile(fs::path const& path) {
+static void runFile(char const* path) {
     std::ifstream file(path, std::ios::binary);
-    require(file.is_open(), path.c_str());
+    require(file.is_open(), path);
     run(path, {std::istreambuf_iterator<char>(file), {}});
 }
 
@@ -36,13 +34,7 @@ int main(int count, char** arguments) {
         run("seed " + std::to_string(i), inputs[i]);
     }
     for (int i = 1; i < count; ++i) {
-        if (!fs::is_directory(arguments[i])) {
-            runFile(arguments[i]);
-            continue;
-        }
-        for (fs::directory_entry const& entry : fs::directory_iterator(arguments[i])) {
-            runFile(entry.path());
-        }
+        runFile(arguments[i]);
     }
     return 0;
 }

@@ -155,7 +155,7 @@ void checkPrinting(Lines const& lines) {
             require(
                 !json || !line.Parse<rapidjson::kParseValidateEncodingFlag>(&text[begin], end - begin).HasParseError(),
                 "not a JSON object");
-            count += text.compare(begin, 3, "-- ") == 0 ? 0 : 1;
+            count += text.compare(begin, 3, "-- ") == 0 ? 0U : 1U;
         }
         require(count == lines.size(), "another number of lines was printed");
     }

@@ -105,7 +105,7 @@ std::size_t putFiles(std::string const& folder, std::string_view input) {
         close(file);
         input.remove_prefix(std::min(content.size() + 1, input.size()));
         for (std::size_t i = 0; i < content.size(); ++i) {
-            lines += content[i] != '\n' && (i == 0 || content[i - 1] == '\n') ? 1 : 0;
+            lines += content[i] != '\n' && (i == 0 || content[i - 1] == '\n') ? 1U : 0U;
         }
     }
     return lines;

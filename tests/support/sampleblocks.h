@@ -1,10 +1,11 @@
 #ifndef ZELQCOOD_TESTS_SAMPLEBLOCKS_H
 #define ZELQCOOD_TESTS_SAMPLEBLOCKS_H
 
-#include "support/hex.h"
+#include "support/fakeservices.h"
+#include "support/guardedblock.h"
 #include "zelqcood/exception.h"
 
-// Every class that has a block form, and one good block of each: what damaged blocks are made from.
+// Every class that has a block form, one good block of each, and what holds for any block at all.
 
 enum Kind {
     logData,
@@ -41,6 +42,13 @@ void withRebuilt(Kind kind, unsigned char* block, Visitor visit) {
     }
 }
 
+/// Rebuilds an object of the kind, and gives its block.
+inline Block rewritten(Kind kind, unsigned char* block) {
+    Block result;
+    withRebuilt(kind, block, [&](auto const& object) { result.reset(object.asBinary()); });
+    return result;
+}
+
 /// A block of the kind that holds every child its class knows, lists with two members.
 inline Bytes richBlock(Kind kind) {
     static char word[] = "hello";
@@ -70,6 +78,36 @@ inline Bytes richBlock(Kind kind) {
     case exception: return bytesOf(XException(static_cast<ZoException const&>(thrown)));
     default: return toBytes(Block(thrown.XBaseException::asBinary()));
     }
+}
+
+/// Rebuilds an object of the kind from bytes that may be anything, and gives its block. Stores in `wrong`
+/// what should not have happened, if anything did. The first writing may leave out what was no part of an
+/// object, but what it writes is whole: it rebuilds without complaint, and is written the same again.
+inline Bytes roundTrip(Kind kind, Bytes const& bytes, std::string& wrong) {
+    GuardedBlock const block(bytes);
+    keepTrace(Keep::reports);
+    clearTrace();
+    Bytes const once = toBytes(rewritten(kind, block.get()));
+    // A child has 8 bytes at least and is worth two lines at most, and so are the few outer headers.
+    if (reportedLines().size() > 8 + bytes.size() / 4) {
+        wrong = std::to_string(reportedLines().size()) + " lines about " + std::to_string(bytes.size()) + " bytes";
+    }
+    if (std::memcmp(block.get(), bytes.data(), bytes.size()) != 0) {
+        wrong = "the block was written to";
+    }
+    GuardedBlock const written(once);
+    setBacktrace(nullptr);  // each reading process adds its own
+    clearTrace();
+    Bytes const twice = toBytes(rewritten(kind, written.get()));
+    if (!reportedLines().empty()) {
+        wrong = reportedLines()[0] + " about what was written: " + toHex(once.data(), once.size());
+    }
+    if (once != twice) {
+        wrong = "written another time it is\n" + toHex(twice.data(), twice.size()) + " and not\n" +
+                toHex(once.data(), once.size());
+    }
+    keepTrace(Keep::everything);
+    return once;
 }
 
 #endif
