@@ -260,7 +260,8 @@ TEST(BadBlock, EveryChildMayBeMissingDoubledOrElsewhere) {
             std::size_t const parent = header.parents.back();
             std::size_t const next = header.offset + header.size;
             if (next < parent + sizeOf(&good[parent])) {
-                auto const swap = [&](Bytes&, auto at) { std::rotate(at, at + size, at + size + sizeOf(&good[next])); };
+                auto const both = size + static_cast<std::ptrdiff_t>(sizeOf(&good[next]));
+                auto const swap = [&](Bytes&, auto at) { std::rotate(at, at + size, at + both); };
                 expectSurvived(kind, edited(good, header, swap), "swapped", header.offset);
             }
         }
