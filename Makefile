@@ -11,11 +11,14 @@ endif
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
 test_packages := $(build_packages) googletest python3 pkg-config
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
+# 32-bit code needs the C++ library of g++-multilib; clang's run-time package holds both widths.
+fuzz_packages := $(build_packages) clang libclang-rt-dev
 test_presets := i386 native asan
 
 PREFIX ?= /usr/local
+FUZZ_SECONDS ?= 60
 
-.PHONY: all demo test soak bench install clean
+.PHONY: all demo test soak bench fuzz fuzz-i386 install clean
 
 all: demo
 
@@ -50,6 +53,12 @@ bench:
 	@for program in build/release/bench/*_bench; do \
 	    echo; echo "$$program"; $$program $(BENCH_ARGS) || exit 1; \
 	done
+
+fuzz fuzz-i386:
+	@cmake/install-packages $(fuzz_packages)
+	cmake --preset $@
+	cmake --build --preset $@
+	fuzz/run build/$@ $(FUZZ_SECONDS)
 
 install:
 	@cmake/install-packages $(build_packages)

@@ -49,6 +49,9 @@ public:
         wrongSize,  ///< the child's size is below 8 or beyond the block; the cursor stays
     };
 
+    /// Walks nothing.
+    BlockCursor() = default;
+
     /// Walks the block that starts at `block` and has `size` readable bytes, header included. A size
     /// below 8 is a block without children.
     BlockCursor(unsigned char* block, std::uint32_t size)
@@ -91,9 +94,9 @@ public:
     std::uint32_t remaining() const { return remaining_; }
 
 private:
-    unsigned char* next_;
-    std::uint32_t offset_;
-    std::uint32_t remaining_;
+    unsigned char* next_ = nullptr;
+    std::uint32_t offset_ = 0;
+    std::uint32_t remaining_ = 0;
 };
 
 #endif

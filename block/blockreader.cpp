@@ -6,7 +6,7 @@
 #include "zelqcood/trace.h"
 
 BlockReader::BlockReader(unsigned char* block, char const* component, char level)
-    : block_(block), component_(component), level_(level), cursor_(nullptr, 0) {}
+    : block_(block), component_(component), level_(level) {}
 
 bool BlockReader::accepts(unsigned short classCode) {
     return accepts(classCode, message(" 0x", hexadecimal(classCode)));

@@ -3,56 +3,24 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "support/fakeservices.h"
-#include "support/guardedblock.h"
-#include "zelqcood/exception.h"
+#include "block/blockcursor.h"
+#include "support/sampleblocks.h"
 
 namespace {
 
-enum Kind {
-    logData,
-    microcodeLogData,
-    log,
-    refcode,
-    microcodeLog,
-    endMicrocodeLog,
-    baseException,
-    exception,
-    trapException
-};
-Kind const allKinds[] = {logData,         microcodeLogData, log,       refcode,      microcodeLog,
-                         endMicrocodeLog, baseException,    exception, trapException};
-
-struct PlainMicrocodeLog : XMicrocodeLog {
-    using XMicrocodeLog::XMicrocodeLog;
-    XMicrocodeLog* clone() override { return new PlainMicrocodeLog(*this); }
-};
-
 // Rebuilds an object of the kind and gives its block, with the lines that rebuilding reported.
-Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>* reported = nullptr) {
+Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>& reported) {
     clearTrace();
     Block again;
-    auto take = [&](auto const& object) {
-        if (reported != nullptr) {
-            *reported = reportedLines();
-        }
+    withRebuilt(kind, block, [&](auto const& object) {
+        reported = reportedLines();
         again.reset(object.asBinary());
-    };
-    switch (kind) {
-    case logData: take(XLogData(block)); break;
-    case microcodeLogData: take(XMicrocodeLogData(block)); break;
-    case log: take(XLog(block)); break;
-    case refcode: take(XMicrocodeLog::SecondaryRefcodeInfo(block)); break;
-    case microcodeLog: take(PlainMicrocodeLog(block)); break;
-    case endMicrocodeLog: take(XEndMicrocodeLog(block)); break;
-    case baseException: take(XBaseException(block)); break;
-    case exception: take(XException(block)); break;
-    case trapException: take(XTrapException(block)); break;
-    }
+    });
     return again;
 }
 
@@ -164,7 +132,7 @@ TEST(BadBlock, IsReportedInOneLine) {
     for (auto const& c : cases) {
         GuardedBlock const block(withSizes(c.block));
         std::vector<std::string> reported;
-        Block const again = rebuild(c.kind, block.get(), &reported);
+        Block const again = rebuild(c.kind, block.get(), reported);
         EXPECT_EQ(reported, std::vector<std::string>{c.line});
         EXPECT_NE(toHex(again).find(c.result), std::string::npos) << c.line << "\n" << toHex(again);
     }
@@ -185,85 +153,105 @@ TEST(BadBlock, NullPointerGivesAnEmptyObject) {
     };
     for (auto const& c : cases) {
         std::vector<std::string> reported;
-        Block const again = rebuild(c.kind, nullptr, &reported);
+        Block const again = rebuild(c.kind, nullptr, reported);
         EXPECT_EQ(reported, std::vector<std::string>{c.line});
         EXPECT_NE(toHex(again).find(c.result), std::string::npos);
     }
 }
 
-// One block of each kind that holds every child its class knows.
-Bytes richBlock(Kind kind) {
-    static char word[] = "hello";
-    switch (kind) {
-    case logData: return toBytes(Block(XLogData(word, 5, 0x1234).asBinary()));
-    case microcodeLogData: return toBytes(Block(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat).asBinary()));
-    case refcode: return toBytes(Block(XMicrocodeLog::SecondaryRefcodeInfo(1, 2, 3, 4).asBinary()));
-    default: break;
-    }
-    XEndMicrocodeLog rich(0x22, 0x0304, 5, 6, "event", "text", XMicrocodeLog::omitAllTraces, 1, "log id");
-    rich.addData(XLogData(word, 5, 1)).addData(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));
-    rich.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
-    switch (kind) {
-    case log: return toBytes(Block(rich.XLog::asBinary()));
-    case microcodeLog: return toBytes(Block(rich.XMicrocodeLog::asBinary()));
-    case endMicrocodeLog: return toBytes(Block(rich.asBinary()));
-    default: break;
-    }
-    XTrapException thrown("error", 1);
-    thrown.addLocation(ZoExceptionLocation("file", "function", 42));
-    thrown.setLogInfo(&rich);
-    if (kind == trapException) {
-        return toBytes(Block(thrown.asBinary()));
-    }
-    XException const other(static_cast<ZoException const&>(thrown));
-    return toBytes(Block(kind == exception ? other.asBinary() : thrown.XBaseException::asBinary()));
-}
+struct Header {
+    std::size_t offset;
+    std::uint32_t size;
+    std::vector<std::size_t> parents;  // their offsets, the outermost one first
+};
 
-// Offsets of all headers, the outermost one first. Beside whole classes, locations and secondary
+// All headers of a good block, the outermost one first. Beside whole classes, locations and secondary
 // reference codes have children.
-std::vector<std::size_t> headersIn(Bytes const& block, std::size_t start = 0, std::uint16_t parent = 0) {
-    std::vector<std::size_t> offsets{start};
-    std::uint16_t type = 0;
-    std::memcpy(&type, &block[start + 4], sizeof type);
-    if (type >= 0x8000 || (type == 2 && parent == 0x8008) || (type == 3 && (parent == 0x8003 || start == 0))) {
-        for (std::size_t at = start + 8; at < start + sizeOf(&block[start]); at += sizeOf(&block[at])) {
-            for (std::size_t offset : headersIn(block, at, type)) {
-                offsets.push_back(offset);
+std::vector<Header> headersIn(Bytes& block, Header const& parent) {
+    std::vector<Header> headers{parent};
+    unsigned char* const start = &block[parent.offset];
+    std::uint16_t const type = BlockHeader::load(start).type;
+    std::uint16_t const outer = parent.parents.empty() ? 0 : BlockHeader::load(&block[parent.parents.back()]).type;
+    if (type >= 0x8000 || (type == 2 && outer == 0x8008) || (type == 3 && (outer == 0x8003 || outer == 0))) {
+        std::vector<std::size_t> parents = parent.parents;
+        parents.push_back(parent.offset);
+        BlockCursor cursor(start, parent.size);
+        for (BlockChild child; cursor.next(child) == BlockCursor::atChild;) {
+            auto const offset = static_cast<std::size_t>(child.start - block.data());
+            for (Header const& inner : headersIn(block, {offset, child.header.size, parents})) {
+                headers.push_back(inner);
             }
         }
     }
-    return offsets;
+    return headers;
 }
 
-// Whatever was read must be a whole object: its own block rebuilds without complaint to the same.
-void expectUsable(Kind kind, Bytes const& damaged, std::string const& what) {
-    GuardedBlock const block(damaged);
-    Block const once = rebuild(kind, block.get());
-    std::vector<std::string> reported;
-    Block const twice = rebuild(kind, once.get(), &reported);
-    EXPECT_EQ(toHex(once), toHex(twice)) << what;
-    EXPECT_EQ(reported, std::vector<std::string>()) << what;
+void expectSurvived(Kind kind, Bytes const& damaged, char const* what, std::size_t at) {
+    std::string wrong;
+    roundTrip(kind, damaged, wrong);
+    EXPECT_EQ(wrong, "") << "kind " << kind << ", " << what << " at " << at;
 }
 
-TEST(BadBlock, EverySizeTypeAndFormatFieldMayBeWrong) {
+// The block with something done to its header's bytes, and the parents' sizes as the result needs them.
+template <class Edit>
+Bytes edited(Bytes block, Header const& header, Edit edit) {
+    std::size_t const size = block.size();
+    edit(block, block.begin() + static_cast<std::ptrdiff_t>(header.offset));
+    for (std::size_t parent : header.parents) {
+        BlockHeader outer = BlockHeader::load(&block[parent]);
+        outer.size = static_cast<std::uint32_t>(outer.size + block.size() - size);
+        outer.store(&block[parent]);
+    }
+    return block;
+}
+
+TEST(BadBlock, EveryHeaderFieldMayBeWrong) {
     for (Kind kind : allKinds) {
-        Bytes const good = richBlock(kind);
-        for (std::size_t header : headersIn(good)) {
-            std::uint32_t const size = sizeOf(&good[header]);
-            for (std::uint32_t wrong : {0u, 1u, 7u, 8u, 9u, size - 1, size + 1, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
-                if (header == 0 && wrong > size) {
-                    continue;  // the outer size is all that a reader knows of the memory
-                }
+        Bytes good = richBlock(kind);
+        for (Header const& header : headersIn(good, {0, sizeOf(good.data()), {}})) {
+            BlockHeader const right = BlockHeader::load(&good[header.offset]);
+            auto const expectHeaderSurvived = [&](BlockHeader wrong, char const* what) {
                 Bytes damaged = good;
-                std::memcpy(&damaged[header], &wrong, sizeof wrong);
-                expectUsable(kind, damaged, "size at " + std::to_string(header) + " = " + std::to_string(wrong));
-            }
-            for (std::size_t field : {header + 4, header + 6}) {
-                for (int change : {-1, 1}) {
-                    Bytes damaged = good;
-                    damaged[field] = static_cast<unsigned char>(damaged[field] + change);
-                    expectUsable(kind, damaged, "field at " + std::to_string(field));
+                wrong.store(&damaged[header.offset]);
+                expectSurvived(kind, damaged, what, header.offset);
+            };
+            for (std::uint32_t size : {0u, 1u, 7u, 8u, 9u, right.size - 1, right.size + 1, 0x7FFFFFFFu, 0xFFFFFFFFu}) {
+                if (header.offset != 0 || size <= right.size) {  // the outer size is all that a reader knows
+                    expectHeaderSurvived({size, right.type, right.format}, "size");
                 }
+            }
+            for (int change : {-1, 1}) {
+                auto const changed = [change](std::uint16_t number) {
+                    return static_cast<std::uint16_t>(number + change);
+                };
+                expectHeaderSurvived({right.size, changed(right.type), right.format}, "type");
+                expectHeaderSurvived({right.size, right.type, changed(right.format)}, "format");
+            }
+        }
+    }
+}
+
+TEST(BadBlock, EveryChildMayBeMissingDoubledOrElsewhere) {
+    for (Kind kind : allKinds) {
+        Bytes good = richBlock(kind);
+        for (Header const& header : headersIn(good, {0, sizeOf(good.data()), {}})) {
+            if (header.parents.empty()) {
+                continue;
+            }
+            auto const size = static_cast<std::ptrdiff_t>(header.size);
+            auto const remove = [&](Bytes& block, auto at) { block.erase(at, at + size); };
+            auto const repeat = [&](Bytes& block, auto at) {
+                Bytes const child(at, at + size);
+                block.insert(at, child.begin(), child.end());
+            };
+            expectSurvived(kind, edited(good, header, remove), "missing", header.offset);
+            expectSurvived(kind, edited(good, header, repeat), "doubled", header.offset);
+            std::size_t const parent = header.parents.back();
+            std::size_t const next = header.offset + header.size;
+            if (next < parent + sizeOf(&good[parent])) {
+                auto const both = size + static_cast<std::ptrdiff_t>(sizeOf(&good[next]));
+                auto const swap = [&](Bytes&, auto at) { std::rotate(at, at + size, at + both); };
+                expectSurvived(kind, edited(good, header, swap), "swapped", header.offset);
             }
         }
     }
@@ -275,7 +263,7 @@ TEST(BadBlock, EveryTruncationIsSurvived) {
         for (std::uint32_t size = 8; size < good.size(); ++size) {
             Bytes damaged(good.data(), good.data() + size);
             std::memcpy(damaged.data(), &size, sizeof size);
-            expectUsable(kind, damaged, "cut to " + std::to_string(size));
+            expectSurvived(kind, damaged, "cut", size);
         }
     }
 }

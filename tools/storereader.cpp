@@ -26,7 +26,7 @@ std::string nameOf(unsigned index) {
 int readAll(int descriptor, std::string* content) {
     lseek(descriptor, 0, SEEK_SET);
     for (;;) {
-        constexpr std::size_t step = 1U << 20;
+        constexpr std::size_t step = 1U << 16;
         std::size_t const size = content->size();
         content->resize(size + step);
         ssize_t const count = read(descriptor, &(*content)[size], step);

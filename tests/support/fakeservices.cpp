@@ -1,7 +1,9 @@
 #include "support/fakeservices.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "support/failingnew.h"
@@ -16,7 +18,7 @@ std::vector<TraceCall>& calls() {
     return *all;
 }
 
-bool recording = true;
+Keep kept = Keep::everything;
 std::function<int(xlog_record_interface*, int*)> recordService;
 std::function<int(char, char*, unsigned)> fetchService;
 char const* backtrace = nullptr;
@@ -39,10 +41,16 @@ int fetch(char which, char* buffer, unsigned size) {
     return fetchService ? fetchService(which, buffer, size) : -1;
 }
 
+// The prefix of a line has 10 characters, the level is the one at 7.
+bool isReport(std::string_view line) {
+    std::string_view const text = line.substr(std::min<std::size_t>(10, line.size()));
+    return line.size() > 7 && line[7] != 'D' && text.substr(0, 2) != "> " && text.substr(0, 2) != "< ";
+}
+
 void add(TraceCall::Function function, unsigned int handle, char const* line, void const* data = nullptr,
          unsigned long length = 0) {
     NoFailingNew const allowed;
-    if (recording) {
+    if (kept == Keep::everything || (kept == Keep::reports && isReport(line))) {
         calls().push_back({function, handle, line, data, length});
     }
 }
@@ -87,17 +95,15 @@ std::string tracedText() {
 std::vector<std::string> reportedLines() {
     std::vector<std::string> lines;
     for (TraceCall const& call : calls()) {
-        std::string const& line = call.line;
-        bool const isScope = line.size() > 11 && (line[10] == '>' || line[10] == '<') && line[11] == ' ';
-        if (line[7] != 'D' && !isScope) {
-            lines.push_back(line);
+        if (isReport(call.line)) {
+            lines.push_back(call.line);
         }
     }
     return lines;
 }
 
-void setTraceRecording(bool on) {
-    recording = on;
+void keepTrace(Keep keep) {
+    kept = keep;
 }
 
 void setRecordService(std::function<int(xlog_record_interface*, int*)> service) {

@@ -30,8 +30,9 @@ std::string tracedText();
 /// The lines at levels other than 'D' that belong to no scope: what readers report.
 std::vector<std::string> reportedLines();
 
-/// While set, recording nothing saves the memory of long runs.
-void setTraceRecording(bool on);
+/// What of the trace is kept from now on. Long runs do without the lines that everything writes.
+enum class Keep { everything, reports, nothing };
+void keepTrace(Keep keep);
 
 /// What xlog_record does from now on; it may throw.
 void setRecordService(std::function<int(xlog_record_interface*, int*)> service);

@@ -31,7 +31,8 @@ private:
 /// leaves the call and the exception is as it was before.
 class ZELQ_API ZoException : public ZoBase {
 public:
-    enum Severity { unrecoverable = 0, recoverable = 1 };
+    /// Blocks bring any number here: whatever is not `recoverable` counts as unrecoverable.
+    enum Severity : int { unrecoverable = 0, recoverable = 1 };
 
     /// Copies `text`; a null pointer makes an exception without text.
     ZoException(char const* text, unsigned long errorId, Severity severity);

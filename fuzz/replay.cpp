@@ -1,0 +1,40 @@
+// ENTRY_replay [FILE...]             runs the entry on its seeds, then on the input in each file
+// ENTRY_replay --write-seeds FOLDER  writes the seeds as files, for a fuzzer to begin with
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "entry.h"
+
+namespace fs = std::filesystem;
+
+static void run(std::string const& name, std::string const& input) {
+    std::fprintf(stderr, "%s\n", name.c_str());
+    // A copy of just this size: one byte too far is seen by a sanitizer.
+    std::vector<std::uint8_t> const bytes(input.begin(), input.end());
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+}
+
+static void runFile(char const* path) {
+    std::ifstream file(path, std::ios::binary);
+    require(file.is_open(), path);
+    run(path, {std::istreambuf_iterator<char>(file), {}});
+}
+
+int main(int count, char** arguments) {
+    std::vector<std::string> const inputs = seeds();
+    if (count == 3 && arguments[1] == std::string("--write-seeds")) {
+        for (std::size_t i = 0; i < inputs.size(); ++i) {
+            std::ofstream(fs::path(arguments[2]) / ("seed" + std::to_string(i)), std::ios::binary) << inputs[i];
+        }
+        return 0;
+    }
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+        run("seed " + std::to_string(i), inputs[i]);
+    }
+    for (int i = 1; i < count; ++i) {
+        runFile(arguments[i]);
+    }
+    return 0;
+}
