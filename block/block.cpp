@@ -13,7 +13,7 @@ const char _traceMask[] = "XLIBBLK";
 
 template <class... Pieces>
 void debugLine(Pieces const&... pieces) {
-    XTrace::write(_traceMask, 'D', message(pieces...));
+    traceLine(_traceMask, 'D', pieces...);
 }
 
 // A buffer for the block `old` and `added` bytes behind it, holding the old block with its new
@@ -33,7 +33,7 @@ unsigned char* newLargerBlock(unsigned char const* old, BlockHeader header, std:
 unsigned char* replaceBlock(unsigned char** pData, unsigned char* larger) {
     delete[] * pData;
     *pData = larger;
-    debugLine("Returning ", addressOf(larger), ", newSize=", ZoString(BlockHeader::load(larger).size));
+    debugLine("Returning ", addressOf(larger), ", newSize=", BlockHeader::load(larger).size);
     return larger;
 }
 

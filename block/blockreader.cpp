@@ -2,15 +2,13 @@
 
 #include <cstring>
 
-#include "trace/message.h"
-#include "zelqcood/trace.h"
-
-BlockReader::BlockReader(unsigned char* block, char const* component, char level)
-    : block_(block), component_(component), level_(level), cursor_(nullptr, 0) {}
-
-bool BlockReader::accepts(unsigned short classCode) {
-    return accepts(classCode, message(" 0x", hexadecimal(classCode)));
+template <class... Pieces>
+void BlockReader::report(Pieces const&... pieces) const {
+    traceLine(component_, level_, pieces...);
 }
+
+BlockReader::BlockReader(unsigned char* block, TraceMask& component, char level)
+    : block_(block), component_(component), level_(level), cursor_(nullptr, 0) {}
 
 bool BlockReader::accepts(unsigned short classCode, char const* expected) {
     if (block_ == nullptr) {
@@ -19,15 +17,19 @@ bool BlockReader::accepts(unsigned short classCode, char const* expected) {
     }
     BlockHeader const header = BlockHeader::load(block_);
     if (header.type != classCode) {
-        report(message("Invalid data type (got ", header.type, ", expecting", expected, ")"));
+        if (expected != nullptr) {
+            report("Invalid data type (got ", header.type, ", expecting", expected, ")");
+        } else {
+            report("Invalid data type (got ", header.type, ", expecting 0x", hexadecimal(classCode), ")");
+        }
         return false;
     }
     if (header.format != blockFormat) {
-        report(message("Invalid data format (got ", header.format, ", expecting 1)"));
+        report("Invalid data format (got ", header.format, ", expecting 1)");
         return false;
     }
     if (header.size < BlockHeader::bytes) {
-        report(message("Invalid data size (got ", header.size, ", expecting at least 8)"));
+        report("Invalid data size (got ", header.size, ", expecting at least 8)");
         return false;
     }
     cursor_ = BlockCursor(block_, header.size);
@@ -41,8 +43,8 @@ bool BlockReader::next(BlockChildKind const* kinds, std::size_t count) {
             return false;
         }
         if (step == BlockCursor::cutHeader) {
-            report(message("Invalid data end (got ", cursor_.remaining(), " bytes at offset ", cursor_.offset(),
-                           ", expecting a header of 8)"));
+            report("Invalid data end (got ", cursor_.remaining(), " bytes at offset ", cursor_.offset(),
+                   ", expecting a header of 8)");
             return false;
         }
         BlockChildKind const* kind = kinds;
@@ -51,12 +53,12 @@ bool BlockReader::next(BlockChildKind const* kinds, std::size_t count) {
         }
         bool const isKnown = kind != kinds + count;
         if (step == BlockCursor::wrongSize) {
-            report(message("Invalid ", isKnown ? kind->name : "child", " data size (got ", child_.header.size,
-                           " at offset ", cursor_.offset(), ", expecting 8 to ", cursor_.remaining(), ")"));
+            report("Invalid ", isKnown ? kind->name : "child", " data size (got ", child_.header.size, " at offset ",
+                   cursor_.offset(), ", expecting 8 to ", cursor_.remaining(), ")");
             return false;
         }
         if (!isKnown) {
-            report(message(unknownType_, hexadecimal(child_.header.type), ")"));
+            report(unknownType_, hexadecimal(child_.header.type), ")");
         } else if (isUsable(*kind)) {
             return true;
         }
@@ -71,16 +73,16 @@ bool BlockReader::isUsable(BlockChildKind const& kind) const {
         return false;
     }
     if (child_.header.format != blockFormat) {
-        report(message("Invalid ", kind.name, " data format (got ", child_.header.format, ", expecting 1)"));
+        report("Invalid ", kind.name, " data format (got ", child_.header.format, ", expecting 1)");
         return false;
     }
     if (bodySize() < kind.leastBody) {
-        report(message("Invalid ", kind.name, " data size (got ", child_.header.size, ", expecting at least ",
-                       kind.leastBody + BlockHeader::bytes, ")"));
+        report("Invalid ", kind.name, " data size (got ", child_.header.size, ", expecting at least ",
+               kind.leastBody + BlockHeader::bytes, ")");
         return false;
     }
     if (kind.content == BlockChildKind::text && bodySize() != 0 && std::memchr(body(), 0, bodySize()) == nullptr) {
-        report(message("Invalid ", kind.name, " data (no zero byte in ", bodySize(), " bytes)"));
+        report("Invalid ", kind.name, " data (no zero byte in ", bodySize(), " bytes)");
     }
     return true;
 }
@@ -95,8 +97,4 @@ BlockReader BlockReader::children(char const* unknownType) const {
 ZoString BlockReader::textAt(unsigned char const* characters, std::size_t most) {
     char const* const text = reinterpret_cast<char const*>(characters);
     return ZoString(text, strnlen(text, most));
-}
-
-void BlockReader::report(ZoString const& text) const {
-    XTrace::write(component_, level_, text);
 }

@@ -5,7 +5,7 @@
 
 #include "block/blockcursor.h"
 #include "block/classcodes.h"
-#include "zelqplatform/zostring.h"
+#include "trace/message.h"
 
 /// A kind of child that a class knows: how the messages name it and how its body is checked.
 struct BlockChildKind {
@@ -39,12 +39,11 @@ struct BlockChildKind {
 class BlockReader {
 public:
     /// `block` may be null, which accepts() reports; otherwise it holds at least a header.
-    BlockReader(unsigned char* block, char const* component, char level);
+    BlockReader(unsigned char* block, TraceMask& component, char level);
 
     /// True when the block is there and has this type, format 1 and a possible size. `expected` is
-    /// how the message gives the expected type, by default " 0x" and its hexadecimal digits.
-    bool accepts(unsigned short classCode);
-    bool accepts(unsigned short classCode, char const* expected);
+    /// how the message gives the expected type, by default in hexadecimal.
+    bool accepts(unsigned short classCode, char const* expected = nullptr);
 
     /// Moves to the next usable child of one of these kinds; false at the end of the walk.
     template <std::size_t Count>
@@ -83,11 +82,12 @@ public:
 private:
     bool next(BlockChildKind const* kinds, std::size_t count);
     bool isUsable(BlockChildKind const& kind) const;
-    void report(ZoString const& text) const;
+    template <class... Pieces>
+    void report(Pieces const&... pieces) const;
     static ZoString textAt(unsigned char const* characters, std::size_t most);
 
     unsigned char* block_;
-    char const* component_;
+    TraceMask& component_;
     char level_;
     char const* unknownType_ = "Unknown data type (0x";
     BlockCursor cursor_;

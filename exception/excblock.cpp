@@ -54,7 +54,7 @@ char const* unpackedGroup(std::uint32_t group) {
 }
 
 void reportPointer(unsigned char const* block) {
-    XTrace::write(_traceMask, 'F', message("Invalid data pointer: 0x", hexadecimal(addressOf(block), 8)));
+    traceLine(_traceMask, 'F', "Invalid data pointer: 0x", hexadecimal(addressOf(block), 8));
 }
 
 // The exception inside a block of one of the kinds; nothing is looked for in what cannot be read.
@@ -75,9 +75,8 @@ void checkKind(unsigned char* block, unsigned short classCode) {
 
 XBaseException::XBaseException(unsigned char* pBlock) : ZoException("DummyText", 0, unrecoverable), logged_(0) {
     XTrace scope(_traceMask, 'D', "XBaseException");
-    XTrace::write(
-        _traceMask, 'D',
-        message("this=0x", hexadecimal(addressOf(this), 8), ", pBlock=0x", hexadecimal(addressOf(pBlock), 8)));
+    traceLine(_traceMask, 'D', "this=0x", hexadecimal(addressOf(this), 8), ", pBlock=0x",
+              hexadecimal(addressOf(pBlock), 8));
     if (!isReadable(pBlock)) {
         reportPointer(pBlock);
         return;

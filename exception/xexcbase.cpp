@@ -35,10 +35,9 @@ char* XBaseException::duplicate(char const* text) {
 XBaseException::XBaseException(char* errorText, ZoException::Severity severity, int logged)
     : ZoException(errorText, 0, severity), name_("XBaseException"), logged_(logged) {
     XTrace scope(_traceMask, 'T', "XBaseException");
-    XTrace::write(_traceMask, 'F', message("errorText=", errorText == nullptr ? "NULL" : errorText));
-    XTrace::write(_traceMask, 'F',
-                  message("severity=", severity == recoverable ? "recoverable" : "nonrecoverable",
-                          ", logged=", logged != 0 ? "true" : "false"));
+    traceLine(_traceMask, 'F', "errorText=", errorText == nullptr ? "NULL" : errorText);
+    traceLine(_traceMask, 'F', "severity=", severity == recoverable ? "recoverable" : "nonrecoverable",
+              ", logged=", logged != 0 ? "true" : "false");
 }
 
 XBaseException::XBaseException(ZoException const& other) : ZoException(other), name_(other.name()), logged_(0) {
@@ -65,7 +64,7 @@ XBaseException::XBaseException(XBaseException const& other)
 
 XBaseException::~XBaseException() {
     DestructorScope scope(_traceMask, 'D', "~XBaseException");
-    XTrace::write(_traceMask, 'D', message("this=0x", hexadecimal(addressOf(this), 8)));
+    traceLine(_traceMask, 'D', "this=0x", hexadecimal(addressOf(this), 8));
     logInfo_.reset();
     locationNames_.clear();
 }

@@ -148,6 +148,6 @@ XLog& XLog::removeAllData() {
 
 std::list<XLogData*>* XLog::data() const {
     XTrace scope(_traceMask, 'D', "data");
-    XTrace::write(_traceMask, 'D', message("returns 0x", hexadecimal(addressOf(data_), 8)));
+    traceLine(_traceMask, 'D', "returns 0x", hexadecimal(addressOf(data_), 8));
     return data_;
 }

@@ -39,7 +39,7 @@ XLog& XLog::log() {
     if (!data_->empty()) {
         entries.reset(new (std::nothrow) xlog_detail_entry[data_->size()]());
         if (!entries) {
-            XTrace::write(_traceMask, 'F', "Error allocation error for detlog");
+            traceLine(_traceMask, 'F', "Error allocation error for detlog");
         }
     }
     if (entries) {
@@ -63,7 +63,6 @@ XLog& XLog::log() {
 
 XLog& XLog::log(xlog_record_interface* record, int* src, int* crc) {
     *src = xlog_record(record, crc);
-    XTrace::write(_traceMask, 'F',
-                  message("xlog_record: src=", ZoString(*src), ", crc=0x", ZoString(*crc).d2x().rightJustify(4, '0')));
+    traceLine(_traceMask, 'F', "xlog_record: src=", *src, ", crc=0x", hexadecimal(static_cast<std::uint32_t>(*crc), 4));
     return *this;
 }

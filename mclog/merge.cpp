@@ -75,7 +75,7 @@ private:
 
 std::list<XMicrocodeLog::SecondaryRefcodeInfo>* XMicrocodeLog::secondaryRefcodes() const {
     XTrace scope(_traceMask, 'D', "secondaryRefcodes");
-    XTrace::write(_traceMask, 'D', message("returns 0x", hexadecimal(addressOf(secondaryRefcodes_.get()), 8)));
+    traceLine(_traceMask, 'D', "returns 0x", hexadecimal(addressOf(secondaryRefcodes_.get()), 8));
     return secondaryRefcodes_.get();
 }
 
