@@ -47,8 +47,10 @@ inline char* put(char* to, char*, char const (&literal)[Size]) {
     return to + Size - 1;
 }
 
-/// As much of the text as fits before `lineEnd`. Not inlined: few lines hold a text.
-__attribute__((noinline)) inline char* put(char* to, char* lineEnd, char const* const& text) {
+/// As much of the text as fits before `lineEnd`. A template, so that a literal is never taken for one.
+/// Not inlined: few lines hold a text.
+template <class Text, class = std::enable_if_t<std::is_same_v<Text, char const*>>, class = void>
+__attribute__((noinline)) char* put(char* to, char* lineEnd, Text const& text) {
     std::size_t const length = to < lineEnd ? strnlen(text, static_cast<std::size_t>(lineEnd - to)) : 0;
     std::memcpy(to, text, length);
     return to + length;
@@ -88,7 +90,7 @@ template <class... Pieces>
 void traceLine(TraceMask& mask, char level, Pieces const&... pieces) {
     constexpr std::size_t lineMost = 199;
     // What a number writes beyond the line's end is cut off behind it.
-    char line[lineMost + 1 + (pieces::mostBytes<Pieces> + ...)];
+    alignas(16) char line[lineMost + 1 + (pieces::mostBytes<Pieces> + ...)];
     std::memcpy(line, mask, sizeof mask);
     line[sizeof mask - 1] = level;
     line[sizeof mask] = ':';

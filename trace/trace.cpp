@@ -71,7 +71,7 @@ XTrace::~XTrace() {
 }
 
 void XTrace::write(unsigned int handle, const char* traceMask, char level, const char* text) {
-    char line[lineSize];
+    alignas(16) char line[lineSize];
     putPrefix(line, traceMask, level);
     putText(line, lineSize, text);
     xtr_trace_cb(handle, line);
