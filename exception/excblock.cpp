@@ -5,12 +5,15 @@
 #include "trace/message.h"
 #include "zelqcood/block.h"
 #include "zelqcood/exception.h"
-#include "zelqcood/trace.h"
 #include "zelqplatform/pce_service.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBEXC";
+constexpr char _traceMask[] = "XLIBEXC";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XBaseException");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
+constexpr EntryLine rebuildExceptionLine(_traceMask, 'D', "XException");
+constexpr EntryLine rebuildTrapExceptionLine(_traceMask, 'D', "XTrapException");
 
 enum Child : unsigned short { baseBlock = 0, textBlock = 1, locationBlock = 2 };
 enum LocationChild : unsigned short { locFileBlock = 3, locFuncBlock = 4, locLineBlock = 5 };
@@ -74,7 +77,7 @@ void checkKind(unsigned char* block, unsigned short classCode) {
 }  // namespace
 
 XBaseException::XBaseException(unsigned char* pBlock) : ZoException("DummyText", 0, unrecoverable), logged_(0) {
-    XTrace scope(_traceMask, 'D', "XBaseException");
+    TraceScope const scope(rebuildLine);
     traceLine(_traceMask, 'D', "this=0x", hexadecimal(addressOf(this), 8), ", pBlock=0x",
               hexadecimal(addressOf(pBlock), 8));
     if (!isReadable(pBlock)) {
@@ -122,7 +125,7 @@ unsigned long XBaseException::readLocation(BlockReader const& reader, unsigned l
 }
 
 unsigned char* XBaseException::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(baseExceptionClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(severityField, isRecoverable() ? 1 : 0)
@@ -147,24 +150,24 @@ unsigned char* XBaseException::asBinary() const {
 }
 
 XException::XException(unsigned char* pBlock) : XBaseException(baseBlockOf(pBlock)) {
-    XTrace scope(_traceMask, 'D', "XException");
+    TraceScope const scope(rebuildExceptionLine);
     checkKind(pBlock, exceptionClass);
 }
 
 unsigned char* XException::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(exceptionClass);
     writer.addOwned(XBaseException::asBinary());
     return writer.release();
 }
 
 XTrapException::XTrapException(unsigned char* pBlock) : XBaseException(baseBlockOf(pBlock)) {
-    XTrace scope(_traceMask, 'D', "XTrapException");
+    TraceScope const scope(rebuildTrapExceptionLine);
     checkKind(pBlock, trapExceptionClass);
 }
 
 unsigned char* XTrapException::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(trapExceptionClass);
     writer.addOwned(XBaseException::asBinary());
     return writer.release();

@@ -2,12 +2,14 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "trace/scope.h"
 #include "zelqcood/log.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLOG";
+constexpr char _traceMask[] = "XLIBLOG";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 // 2 is never written.
 enum Child : unsigned short { baseBlock = 0, eventNameBlock = 1, logIdBlock = 3 };
@@ -31,7 +33,7 @@ constexpr BlockChildKind children[] = {
 }  // namespace
 
 XLog::XLog(unsigned char* block) : XLog() {
-    XTrace scope(_traceMask, 'D', "XLog");
+    TraceScope const scope(rebuildLine);
     BlockReader reader(block, _traceMask, 'F');
     if (!reader.accepts(logClassCode)) {
         return;
@@ -55,7 +57,7 @@ XLog::XLog(unsigned char* block) : XLog() {
 }
 
 unsigned char* XLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(logClassCode);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(logClassField, logClass())

@@ -7,12 +7,12 @@
 
 #include "trace/message.h"
 #include "zelqcood/log.h"
-#include "zelqcood/trace.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLOG";
+constexpr char _traceMask[] = "XLIBLOG";
+constexpr EntryLine logLine(_traceMask, 'T', "log");
 
 // Copies as much of the text as the field takes; the field is zero behind it already.
 void putText(char* field, std::size_t most, char const* text, std::size_t length) {
@@ -22,7 +22,7 @@ void putText(char* field, std::size_t most, char const* text, std::size_t length
 }  // namespace
 
 XLog& XLog::log() {
-    XTrace scope(_traceMask, 'T', "log");
+    TraceScope const scope(logLine);
     int src = 0;
     int crc = 0;
     xlog_record_interface record = {};

@@ -4,11 +4,12 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
-#include "zelqcood/trace.h"
+#include "trace/scope.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLGD";
+constexpr char _traceMask[] = "XLIBLGD";
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 enum Child : unsigned short { baseBlock = 0, dataBlock = 1 };
 
@@ -102,7 +103,7 @@ XLogData* XLogData::clone() const {
 }
 
 unsigned char* XLogData::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(logDataClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>().put(blockIdField, blockId_));
     writer.addLeaf(dataBlock, data_, size_);

@@ -2,13 +2,15 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "trace/scope.h"
 #include "zelqcood/block.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBMLG";
+constexpr char _traceMask[] = "XLIBMLG";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XMicrocodeLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 enum Child : unsigned short { baseBlock = 0, textBlock = 1, backtraceBlock = 2, secondaryRefcodeBlock = 3 };
 
@@ -35,7 +37,7 @@ XMicrocodeLog::XMicrocodeLog(unsigned char* block)
       errorReason_(0),
       owned_(0),
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
-    XTrace scope(_traceMask, 'D', "XMicrocodeLog");
+    TraceScope const scope(rebuildLine);
     BlockReader reader(block, _traceMask, 'F');
     if (block == nullptr || !reader.accepts(microcodeLogClass)) {
         return;
@@ -60,7 +62,7 @@ XMicrocodeLog::XMicrocodeLog(unsigned char* block)
 }
 
 unsigned char* XMicrocodeLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(microcodeLogClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(errorIdField, errorId())

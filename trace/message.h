@@ -6,14 +6,12 @@
 #include <type_traits>
 
 #include "trace/digits.h"
+#include "trace/scope.h"
 #include "zelqplatform/trace_service.h"
 #include "zelqplatform/zostring.h"
 
 // How the library puts a trace line or a text together: from pieces one after the other, which are
 // literals, zero-terminated texts, numbers (in decimal), and numbers in hexadecimal.
-
-/// A component name: what each trace line begins with.
-using TraceMask = char const[8];
 
 /// A number in hexadecimal: its last `width` digits, with zeros before a shorter one; or, without a
 /// width, as many digits as it has.
