@@ -107,7 +107,8 @@ public:
     void addSnapshots();
 
     /// Leaves out the item that each recording adds.
-    void record();
+    void record() { record(text_); }
+    void record(Text const& text);
 
     Block asLogBlock() const;
     Block asMicrocodeLogBlock() const;
@@ -169,8 +170,8 @@ private:
     Log* log_;
 };
 
-/// The return addresses of the calling thread, and memory with a text made of them.
-void takeBacktrace(Text const& text);
+/// The return addresses of the calling thread, from that many calls deeper, and memory with a text.
+void takeBacktrace(Text const& text, int frames = 6);
 
 }  // namespace demand
 
