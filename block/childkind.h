@@ -41,7 +41,9 @@ inline ChildFault faultOf(BlockChildKind const& kind, BlockChild const& child) {
     if (child.bodySize() < kind.leastBody) {
         return ChildFault::tooShort;
     }
+    // Most texts end with their child, which saves the search.
     bool const isUnterminated = kind.content == BlockChildKind::text && child.bodySize() != 0 &&
+                                child.body()[child.bodySize() - 1] != 0 &&
                                 std::memchr(child.body(), 0, child.bodySize()) == nullptr;
     return isUnterminated ? ChildFault::unterminated : ChildFault::none;
 }

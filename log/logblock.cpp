@@ -3,19 +3,21 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
 #include "block/classlayouts.h"
+#include "trace/scope.h"
 #include "zelqcood/log.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
 using namespace logLayout;
 
-const char _traceMask[] = "XLIBLOG";
+constexpr char _traceMask[] = "XLIBLOG";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 }  // namespace
 
 XLog::XLog(unsigned char* block) : XLog() {
-    XTrace scope(_traceMask, 'D', "XLog");
+    TraceScope const scope(rebuildLine);
     BlockReader reader(block, _traceMask, 'F');
     if (!reader.accepts(logClassCode)) {
         return;
@@ -39,7 +41,7 @@ XLog::XLog(unsigned char* block) : XLog() {
 }
 
 unsigned char* XLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(logClassCode);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(logClassField, logClass())

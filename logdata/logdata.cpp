@@ -5,13 +5,14 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
 #include "block/classlayouts.h"
-#include "zelqcood/trace.h"
+#include "trace/scope.h"
 
 namespace {
 
 using namespace logDataLayout;
 
-const char _traceMask[] = "XLIBLGD";
+constexpr char _traceMask[] = "XLIBLGD";
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 // A copy of the bytes; of 0 bytes too, so that an item that was given data has a data pointer.
 // Bytes that are not there count as zero, as in a block.
@@ -95,7 +96,7 @@ XLogData* XLogData::clone() const {
 }
 
 unsigned char* XLogData::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(logDataClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>().put(blockIdField, blockId_));
     writer.addLeaf(dataBlock, data_, size_);

@@ -3,15 +3,17 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
 #include "block/classlayouts.h"
+#include "trace/scope.h"
 #include "zelqcood/block.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
 using namespace microcodeLogLayout;
 
-const char _traceMask[] = "XLIBMLG";
+constexpr char _traceMask[] = "XLIBMLG";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XMicrocodeLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 }  // namespace
 
@@ -23,7 +25,7 @@ XMicrocodeLog::XMicrocodeLog(unsigned char* block)
       errorReason_(0),
       owned_(0),
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
-    XTrace scope(_traceMask, 'D', "XMicrocodeLog");
+    TraceScope const scope(rebuildLine);
     BlockReader reader(block, _traceMask, 'F');
     if (block == nullptr || !reader.accepts(microcodeLogClass)) {
         return;
@@ -48,7 +50,7 @@ XMicrocodeLog::XMicrocodeLog(unsigned char* block)
 }
 
 unsigned char* XMicrocodeLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(microcodeLogClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(errorIdField, errorId())

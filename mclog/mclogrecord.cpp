@@ -1,5 +1,6 @@
 // Recording a microcode log, and the trace snapshots that go with it.
 
+#include <cstring>
 #include <new>
 
 #include "block/packedfields.h"
@@ -48,6 +49,18 @@ void numberFormats(std::list<XLogData*> const& items) {
     }
 }
 
+// Of a buffer that may end in thousands of zero bytes.
+std::size_t lengthWithoutZeros(char const* buffer, std::size_t length) {
+    constexpr char zeros[64] = {};
+    while (length >= sizeof zeros && std::memcmp(buffer + length - sizeof zeros, zeros, sizeof zeros) == 0) {
+        length -= sizeof zeros;
+    }
+    while (length > 0 && buffer[length - 1] == '\0') {
+        --length;
+    }
+    return length;
+}
+
 // One snapshot as an item, when the fetch succeeds: the text and one byte behind it, which is zero
 // unless the text fills the buffer to its last line.
 template <class Fetch>
@@ -58,10 +71,7 @@ void addSnapshot(XMicrocodeLog& log, unsigned int lines, MicrocodeLogItem blockI
     }
     std::unique_ptr<char[]> const buffer(new char[size]());
     int const result = fetch(buffer.get());
-    std::size_t length = std::size_t{lines} * lineWidth;
-    while (length > 0 && buffer[length - 1] == '\0') {
-        --length;
-    }
+    std::size_t const length = lengthWithoutZeros(buffer.get(), std::size_t{lines} * lineWidth);
     if (result == 0) {
         log.addData(XLogData(buffer.get(), static_cast<unsigned long>(length + 1), blockId));
     }

@@ -1,14 +1,15 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
 #include "block/classlayouts.h"
+#include "trace/scope.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
 using namespace secondaryRefcodeLayout;
 
-const char _traceMask[] = "XLIBMLG";
+constexpr char _traceMask[] = "XLIBMLG";
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 // The record's own type, which means something only inside a microcode log's block.
 constexpr unsigned short refcodeType = microcodeLogLayout::secondaryRefcodeBlock;
@@ -53,7 +54,7 @@ int XMicrocodeLog::SecondaryRefcodeInfo::errorReason() const {
 }
 
 unsigned char* XMicrocodeLog::SecondaryRefcodeInfo::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(refcodeType);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(logClassField, logClass())
