@@ -256,6 +256,7 @@ TEST_F(ViewerBlock, showsEveryFieldOfEveryClass) {
 )");
     EXPECT_EQ(status_, 0);
     EXPECT_EQ(complaints_, "");
+    EXPECT_EQ(show(toText(XTrapException("trap", 1).asBinary())).find("XTrapException  type 0x8001, "), 0U);
 }
 
 // Whatever is cut off or wrong, no byte is lost, and the tree is printed to its end.
