@@ -3,7 +3,7 @@
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <cerrno>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -139,7 +139,7 @@ std::string bytesOf(rapidjson::Value const& object) {
 std::string bytesOfLines(std::string const& lines) {
     std::string bytes;
     for (std::size_t at = 0; at < lines.size();) {
-        std::size_t const end = lines.find('\n', at);
+        std::size_t const end = std::min(lines.find('\n', at), lines.size());
         rapidjson::Document document;
         document.Parse(lines.data() + at, end - at);
         EXPECT_FALSE(document.HasParseError()) << lines;
@@ -256,6 +256,7 @@ TEST_F(ViewerBlock, showsEveryFieldOfEveryClass) {
 )");
     EXPECT_EQ(status_, 0);
     EXPECT_EQ(complaints_, "");
+    EXPECT_EQ(show(toText(XTrapException("trap", 1).asBinary())).find("XTrapException  type 0x8001, "), 0U);
 }
 
 // Whatever is cut off or wrong, no byte is lost, and the tree is printed to its end.

@@ -114,7 +114,8 @@ private:
         }
         std::string_view const first = takeWord(line);
         bool const isZero = first.find_first_not_of('0') == std::string_view::npos;
-        return isOffset(first) && (isZero || line.find_first_of("|>") != std::string_view::npos) ? Form::columns : Form::words;
+        return isOffset(first) && (isZero || line.find_first_of("|>") != std::string_view::npos) ? Form::columns
+                                                                                                 : Form::words;
     }
 
     static Row wordsRow(std::string_view line) {

@@ -107,12 +107,13 @@ void addBlockOptions(CLI::App& command, CommandLine& line) {
     command.add_flag("--hex", line.block.hex, "the file is a hex dump")->excludes(raw);
     addFormat(command, line);
     command.footer(
-        "A file of printable ASCII is taken for a hex dump, any other for the block itself: no\n"
-        "block is text, since its header has control bytes. A hex dump is words of two digits a\n"
-        "byte, or lines as xxd, hexdump -C and the trace have them, with offsets.\n"
-        "Several blocks may follow each other. Files of more than 64 MiB are refused.\n"
-        "With -o json no byte is lost: an object stands for its header (size, type, format),\n"
-        "then the bytes of \"hex\", \"children\" and \"rest\".");
+        "A file of printable ASCII is taken for a hex dump, any other for the block itself:\n"
+        "a block is never text, since its header has control bytes. A hex dump is words of\n"
+        "two digits a byte, or lines with offsets as from xxd, hexdump -C and dumps in the\n"
+        "trace. Several blocks may follow each other. More than 64 MiB are refused.\n"
+        "With -o json no byte is lost: an object stands for its header (size, type, format;\n"
+        "little-endian), then the bytes of \"hex\", of \"children\" and of \"rest\".\n"
+        "Exit status 3: something is damaged; what could be read was shown.");
 }
 
 int runList(CommandLine const& line, zelq::Output& output) {
