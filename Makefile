@@ -18,7 +18,7 @@ test_presets := i386 native asan
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 
-.PHONY: all demo test soak bench fuzz fuzz-i386 install clean
+.PHONY: all demo test test-instructions soak bench fuzz fuzz-i386 install clean
 
 all: demo
 
@@ -30,13 +30,20 @@ demo:
 	    || { cat build/demo.log; exit 1; }
 	@examples/demo build/i386
 
-test: $(addprefix test-,$(test_presets))
+test: $(addprefix test-,$(test_presets)) test-instructions
 
 test-%:
 	@cmake/install-packages $(test_packages)
 	cmake --preset $* -DZELQCOOD_TESTS=ON
 	cmake --build --preset $*
 	ctest --test-dir build/$* --output-on-failure -j 2
+
+# Main operations must not take more instructions than bench/instructions.txt notes. RENEW=1 notes new ones.
+test-instructions:
+	@cmake/install-packages $(test_packages) valgrind
+	cmake --preset release
+	cmake --build --preset release --target runoperation
+	bench/instructions.py $(if $(RENEW),--renew) build/release
 
 # Load for SOAK_SECONDS, with some GB in /var/tmp.
 SOAK_SECONDS ?= 60

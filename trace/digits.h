@@ -4,27 +4,84 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
-// Numbers as digits, eight at a time: a byte for each in one register. Every block function traces
-// several addresses, and digit by digit they would cost more than the lines that they stand in.
+// Numbers as digits, as many at a time as a register has bytes. Every block function traces several
+// addresses, and digit by digit they would cost more than the lines that they stand in.
 
 /// Bytes that a number's digits, or what is written in one go with them, take at most.
 constexpr std::size_t digitsMost = 24;
 
 namespace digits {
 
-constexpr std::uint32_t tenTo8 = 100000000;
-constexpr std::uint64_t zeros = 0x3030303030303030;
+template <class Word>
+constexpr Word every = static_cast<Word>(0x0101010101010101);
 
-/// The eight decimal digits of a number below 10^8 as values, the first one in the lowest byte.
-inline std::uint64_t eightDecimal(std::uint32_t number) {
-    // Halves of four digits, then quarters of two, then single ones. Each step divides all parts at
-    // once by multiplying with the divisor's inverse, which is exact for parts of that size.
-    std::uint64_t const halves = (std::uint64_t{number % 10000} << 32) | (number / 10000);
-    std::uint64_t const hundreds = ((halves * 10486) >> 20) & 0x0000007F0000007F;
-    std::uint64_t const quarters = ((halves - 100 * hundreds) << 16) | hundreds;
-    std::uint64_t const tens = ((quarters * 103) >> 10) & 0x000F000F000F000F;
-    return ((quarters - 10 * tens) << 8) | tens;
+/// The next power of ten behind what fits into a register as decimal digits.
+template <class Word>
+constexpr Word decimalBase = sizeof(Word) == 8 ? 100000000 : 10000;
+
+/// The four decimal digits of a number below 10^4 as values, the first one in the lowest byte. Two
+/// such numbers in the two halves of a longer register are split at once.
+template <class Word>
+constexpr Word splitFours(Word fours) {
+    // Halves of two digits, then single ones. Each step divides all parts at once by multiplying with
+    // the divisor's inverse, which is exact for parts of that size.
+    constexpr auto hundredsMask = static_cast<Word>(0x0000007F0000007F);
+    constexpr auto tensMask = static_cast<Word>(0x000F000F000F000F);
+    Word const hundreds = ((fours * 10486) >> 20) & hundredsMask;
+    Word const pairs = ((fours - 100 * hundreds) << 16) | hundreds;
+    Word const tens = ((pairs * 103) >> 10) & tensMask;
+    return ((pairs - 10 * tens) << 8) | tens;
+}
+
+/// The decimal digits of a number below decimalBase, the first one in the lowest byte.
+constexpr std::uint64_t decimalDigits(std::uint64_t number) {
+    auto const low = static_cast<std::uint32_t>(number);
+    return splitFours((std::uint64_t{low % 10000} << 32) | (low / 10000));
+}
+constexpr std::uint32_t decimalDigits(std::uint32_t number) {
+    return splitFours(number);
+}
+
+/// Number of leading digits that are zero; all but the last one may be.
+template <class Word>
+unsigned leadingZeros(Word values) {
+    Word const bounded = values | Word{1} << 8 * (sizeof(Word) - 1);
+    return static_cast<unsigned>(sizeof(Word) == 8 ? __builtin_ctzll(bounded)
+                                                   : __builtin_ctz(static_cast<unsigned>(bounded))) /
+           8;
+}
+
+/// Writes the characters of a register but for the first ones.
+template <class Word>
+char* putCharacters(char* to, Word characters, unsigned skipped = 0) {
+    characters >>= 8 * skipped;
+    std::memcpy(to, &characters, sizeof characters);
+    return to + sizeof characters - skipped;
+}
+
+template <class Word>
+char* putDecimal(char* to, Word number) {
+    constexpr Word base = decimalBase<Word>;
+    constexpr Word zeros = every<Word> * '0';
+    if (number < 10) {
+        *to = static_cast<char>('0' + number);
+        return to + 1;
+    }
+    if (number < base) {
+        Word const values = decimalDigits(number);
+        return putCharacters(to, values + zeros, leadingZeros(values));
+    }
+    Word const high = number / base;
+    if (high < base) {
+        Word const values = decimalDigits(high);
+        to = putCharacters(to, values + zeros, leadingZeros(values));
+    } else {
+        to = putDecimal(to, high / base);
+        to = putCharacters(to, decimalDigits(high % base) + zeros);
+    }
+    return putCharacters(to, decimalDigits(number % base) + zeros);
 }
 
 /// The eight hexadecimal digits of a number as values, the first one in the lowest byte.
@@ -37,44 +94,16 @@ inline std::uint64_t eightHexadecimal(std::uint32_t number) {
 
 /// The same as characters.
 inline std::uint64_t hexadecimalCharacters(std::uint64_t values) {
-    std::uint64_t const letters = ((values + 0x0606060606060606) >> 4) & 0x0101010101010101;
-    return values + zeros + letters * ('A' - '9' - 1);
-}
-
-/// Number of leading digits that are zero; all but the last one may be.
-inline unsigned leadingZeros(std::uint64_t values) {
-    return static_cast<unsigned>(__builtin_ctzll(values | std::uint64_t{1} << 56)) / 8;
-}
-
-inline char* putEight(char* to, std::uint64_t characters, unsigned skipped = 0) {
-    characters >>= 8 * skipped;
-    std::memcpy(to, &characters, sizeof characters);
-    return to + sizeof characters - skipped;
+    std::uint64_t const letters = ((values + every<std::uint64_t> * 6) >> 4) & every<std::uint64_t>;
+    return values + every<std::uint64_t> * '0' + letters * ('A' - '9' - 1);
 }
 
 }  // namespace digits
 
 /// Writes the number's decimal digits and returns the end of them.
-inline char* putDecimal(char* to, std::uint64_t number) {
-    using namespace digits;
-    if (number < 10) {
-        *to = static_cast<char>('0' + number);
-        return to + 1;
-    }
-    if (number >= tenTo8) {
-        std::uint64_t const high = number / tenTo8;
-        auto const low = static_cast<std::uint32_t>(number % tenTo8);
-        if (high >= tenTo8) {
-            to = putDecimal(to, high / tenTo8);
-            to = putEight(to, eightDecimal(static_cast<std::uint32_t>(high % tenTo8)) + zeros);
-        } else {
-            std::uint64_t const values = eightDecimal(static_cast<std::uint32_t>(high));
-            to = putEight(to, values + zeros, leadingZeros(values));
-        }
-        return putEight(to, eightDecimal(low) + zeros);
-    }
-    std::uint64_t const values = eightDecimal(static_cast<std::uint32_t>(number));
-    return putEight(to, values + zeros, leadingZeros(values));
+inline char* putDecimal(char* to, unsigned long number) {
+    using Word = std::conditional_t<sizeof number == 8, std::uint64_t, std::uint32_t>;
+    return digits::putDecimal(to, static_cast<Word>(number));
 }
 
 /// Writes the number's last `width` hexadecimal digits, 16 at most; all of them, and no zero before
@@ -87,10 +116,10 @@ inline char* putHexadecimal(char* to, std::uint64_t number, unsigned width) {
         width = high != 0 ? 16 - leadingZeros(high) : 8 - leadingZeros(low);
     }
     if (width > 8) {
-        to = putEight(to, hexadecimalCharacters(high), 16 - width);
+        to = putCharacters(to, hexadecimalCharacters(high), 16 - width);
         width = 8;
     }
-    return putEight(to, hexadecimalCharacters(low), 8 - width);
+    return putCharacters(to, hexadecimalCharacters(low), 8 - width);
 }
 
 #endif
