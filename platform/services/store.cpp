@@ -1,116 +1,15 @@
 #include "services/store.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
-#include <ctime>
-#include <utility>
 
 #include "common/statefolder.h"
+#include "services/storelock.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace zelq {
 namespace {
-
-constexpr char lockName[] = "errors.lock";
-constexpr int lockPatienceMs = 10000;
-
-class Descriptor {
-public:
-    explicit Descriptor(int number = -1) noexcept : number_(number) {}
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor() { reset(-1); }
-
-    int get() const noexcept { return number_; }
-    void reset(int number) noexcept {
-        if (number_ >= 0) {
-            close(number_);
-        }
-        number_ = number;
-    }
-    void swap(Descriptor& other) noexcept { std::swap(number_, other.number_); }
-
-private:
-    int number_;
-};
-
-// The folder is the user's own, yet what lies under a name in it is looked at before it is used:
-// a link could lead anywhere, and a fifo would block for ever. Returns 0 or an errno.
-int openFile(int folder, char const* name, Descriptor& file) {
-    file.reset(openat(folder, name, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    if (file.get() < 0) {
-        return errno;
-    }
-    struct stat status;
-    if (fstat(file.get(), &status) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return ENXIO;
-    }
-    return status.st_uid == geteuid() ? 0 : EPERM;
-}
-
-int elapsedMs(timespec const& since) {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int>((now.tv_sec - since.tv_sec) * 1000 + (now.tv_nsec - since.tv_nsec) / 1000000);
-}
-
-/// The store's lock. Every call opens the lock file anew: flock() then excludes threads of one
-/// process as well as processes, no mutex can be left locked in a forked child, and the kernel
-/// releases the lock of a process that dies.
-class StoreLock {
-public:
-    StoreLock() = default;
-    StoreLock(StoreLock const&) = delete;
-    StoreLock& operator=(StoreLock const&) = delete;
-    ~StoreLock() { release(); }
-
-    /// Returns 0 or an errno; EAGAIN when the lock stayed taken.
-    int acquire(int folder) {
-        timespec begin;
-        clock_gettime(CLOCK_MONOTONIC, &begin);
-        for (long pauseNs = 20000;; pauseNs = pauseNs < 4000000 ? pauseNs * 2 : pauseNs) {
-            if (file_.get() < 0) {
-                if (int const failure = openFile(folder, lockName, file_); failure != 0) {
-                    return failure;
-                }
-            }
-            if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0) {
-                // Whoever cleans up by hand may have removed the file between open and lock; other
-                // writers then lock its successor.
-                struct stat status;
-                if (fstat(file_.get(), &status) == 0 && status.st_nlink > 0) {
-                    return 0;
-                }
-                file_.reset(-1);
-            } else if (errno != EWOULDBLOCK && errno != EINTR) {
-                return errno;
-            }
-            if (elapsedMs(begin) >= lockPatienceMs) {
-                return EAGAIN;
-            }
-            timespec const pause = {0, pauseNs};
-            nanosleep(&pause, nullptr);
-        }
-    }
-
-    // Unlocked by name, since closing is not enough: a child that another thread has just forked
-    // holds a copy of the descriptor.
-    void release() noexcept {
-        if (file_.get() >= 0) {
-            flock(file_.get(), LOCK_UN);
-            file_.reset(-1);
-        }
-    }
-
-private:
-    Descriptor file_;
-};
 
 // Moves every file to the next number, the oldest over its predecessor. Returns false when the
 // newest is still in its place: after any failure the loop ends, because the next move would
@@ -161,7 +60,7 @@ StoreOutcome writeLine(int file, off_t oldSize, char const* line, std::size_t si
 StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* fileSize) {
     char name[storeNameSize];
     storeFileName(0, name);
-    if (int const failure = openFile(folder, name, file); failure != 0) {
+    if (int const failure = openStoreFile(folder, name, file); failure != 0) {
         return failed(XLOG_NO_STORE, failure);
     }
     *fileSize = lseek(file.get(), 0, SEEK_END);
@@ -174,7 +73,7 @@ StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* f
         // If no new file can be had, the record goes to the end of the old one: that is still the
         // newest record in the newest file, and better than none.
         Descriptor fresh;
-        if (openFile(folder, name, fresh) == 0) {
+        if (openStoreFile(folder, name, fresh) == 0) {
             file.swap(fresh);
             *fileSize = 0;
         }
