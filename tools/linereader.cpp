@@ -52,7 +52,7 @@ bool ForwardLines::next(FileLine* line) {
             return true;
         }
         scanned_ = buffer_.size();
-        if (buffer_.size() - begin_ > lineSizeMax) {
+        if (skipped_ > 0 || buffer_.size() - begin_ > lineSizeMax) {
             skipped_ += static_cast<off_t>(buffer_.size() - begin_);
             buffer_.clear();
             begin_ = scanned_ = 0;
@@ -105,7 +105,7 @@ bool BackwardLines::next(FileLine* line) {
         std::size_t const found = scanned == 0 ? std::string::npos : buffer_.rfind('\n', scanned - 1);
         bool const isFirstLine = found == std::string::npos && start_ == 0;
         if (found == std::string::npos && !isFirstLine) {
-            if (end_ > lineSizeMax) {
+            if (dropped_ > 0 || end_ > lineSizeMax) {
                 dropped_ += static_cast<off_t>(end_);
                 buffer_.clear();
                 end_ = 0;

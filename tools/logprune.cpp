@@ -40,7 +40,7 @@ struct Cut {
 /// A failed step, named for the complaint.
 struct PruneFailure {
     std::string step;
-    int reason;
+    int reason;  ///< errno, or 0 when the step says it all
 };
 
 [[noreturn]] void fail(std::string step, int reason = errno) {
@@ -115,7 +115,7 @@ public:
                 fail("make '" + std::string(newName) + "'", failure);
             }
             if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-                fail("prune, while another 'zelq log prune' is at work", errno);
+                fail("prune while another 'zelq log prune' is at work", 0);
             }
             struct stat mine = {};
             struct stat named = {};
@@ -263,7 +263,8 @@ int pruneStore(LogPruneOptions const& options, Output& output) {
         return files.unreadable().empty() ? exitFine : exitDamaged;
     } catch (PruneFailure const& failure) {
         output.finish();
-        complain("cannot " + failure.step + ": " + std::strerror(failure.reason));
+        complain("cannot " + failure.step + (failure.reason != 0 ? ": " : "") +
+                 (failure.reason != 0 ? std::strerror(failure.reason) : ""));
         return exitFailed;
     }
 }

@@ -64,12 +64,12 @@ int runTrace(TraceCommandLine const& line, zelq::Output& output) {
 }
 
 // A failed write counts more than anything else: what was not shown may be anything. A reader who
-// has seen enough and closed the pipe needs no message.
+// has seen enough and closed the pipe needs no message, and a pager that cannot be run had one.
 int finish(zelq::Output& output, int status) {
     if (output.finish()) {
         return status;
     }
-    if (output.failure() != 0 && output.failure() != EPIPE) {
+    if (output.failure() != EPIPE && output.failure() != ENOEXEC) {
         zelq::complain(std::string("cannot write to standard output: ") + std::strerror(output.failure()));
     }
     return zelq::exitFailed;

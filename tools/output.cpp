@@ -103,13 +103,15 @@ bool Output::flush() {
 }
 
 bool Output::finish() {
-    bool const hadPager = pager_.isRunning();
     flush();
+    bool const hadPager = pager_.isRunning();
     if (!pager_.finish()) {
         complain("the pager cannot be run; see ZELQ_PAGER and PAGER, or use --no-pager");
-        return false;
+        failure_ = ENOEXEC;
+    } else if (hadPager && failure_ == EPIPE) {
+        failure_ = 0;
     }
-    return failure_ == 0 || (hadPager && failure_ == EPIPE);
+    return failure_ == 0;
 }
 
 bool Output::waitWithReader() const {

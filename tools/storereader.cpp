@@ -112,18 +112,18 @@ bool readLine(StoreFile const& file, FileLine const& line, FaultSink& faults, Re
     if (line.size == 0) {
         return false;
     }
-    RecordFault fault;
     if (line.isTooLong()) {
-        fault.reason =
-            "longer than " + byteCount(lineSizeMax) + ", " + byteCount(static_cast<std::uint64_t>(line.size));
-    } else {
-        fault = parseRecord(line.text, record);
+        faults.add({&file, line.offset, line.number, false,
+                    byteCount(static_cast<std::uint64_t>(line.size)) + " long, more than " + byteCount(lineSizeMax)});
+        return false;
     }
+    RecordFault fault = parseRecord(line.text, record);
     if (fault.reason.empty()) {
         return true;
     }
-    bool const isTorn = !line.isComplete || fault.isCutOff;
-    if (isTorn && !line.isTooLong()) {
+    // Only what begins like a record can be the beginning of one.
+    bool const isTorn = fault.isCutOff || (!line.isComplete && line.text[0] == '{');
+    if (isTorn) {
         fault.reason =
             line.isComplete ? "it ends in the middle, its writer died" : "its writer died or is still writing";
     }
