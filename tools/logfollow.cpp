@@ -80,13 +80,15 @@ void StoreFollower::printNew() {
     }
 }
 
+// First the name, then the lines: a file that has lost the name of the newest one by now is read to
+// its very end.
 void StoreFollower::goOn() {
+    StoreFile newest;
+    bool const hasMoved = identifyNewest(&newest) && !(hasFile() && newest.isSame(file_));
     if (hasFile()) {
         printNew();
     }
-    // No newest file: it was just moved away, and the next record begins another one.
-    StoreFile newest;
-    if (identifyNewest(&newest) && !(hasFile() && newest.isSame(file_))) {
+    if (hasMoved) {
         changeFile();
     }
 }
@@ -104,15 +106,12 @@ off_t StoreFollower::positionIn(StoreFile const& file) const {
 }
 
 // The file that was read has been moved to a higher number, or pruned: then another file has taken
-// its place, without the oldest of its lines. Nothing is added to ours any more, so that after a last
-// look at it everything else stands in the newer files.
+// its place, without the oldest of its lines. Nothing is added to ours any more, and everything else
+// stands in the newer files.
 void StoreFollower::changeFile() {
     StoreFiles store;
     if (store.open() != 0) {
         return;
-    }
-    if (hasFile()) {
-        printNew();
     }
     std::vector<StoreFile> files = store.take();
     std::size_t unread = 0;  // so many of the files, the newest ones
