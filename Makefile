@@ -9,7 +9,7 @@ endif
 endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
-test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils
+test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 # 32-bit code needs the C++ library of g++-multilib; clang's run-time package holds both widths.
 fuzz_packages := $(build_packages) clang libclang-rt-dev

@@ -24,4 +24,6 @@ install(FILES ${PROJECT_BINARY_DIR}/zelqcood.pc DESTINATION ${CMAKE_INSTALL_LIBD
 
 if(ZELQCOOD_TOOLS)
   install(TARGETS zelq RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  install(FILES docs/zelq.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+  install(FILES tools/zelq.bash-completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME zelq)
 endif()

@@ -12,7 +12,8 @@ export ZELQ_DIR="$work/state"
 
 cmake --install "$build" --prefix "$prefix" >/dev/null
 for file in lib/libzelqcood.so lib/libzelqcoob.so lib/libpumwtrac.so lib/libzelqsp1.so include/zelqcood/log.h \
-    include/zelqplatform/zostring.h lib/pkgconfig/zelqcood.pc lib/cmake/zelqcood/zelqcoodConfig.cmake bin/zelq; do
+    include/zelqplatform/zostring.h lib/pkgconfig/zelqcood.pc lib/cmake/zelqcood/zelqcoodConfig.cmake bin/zelq \
+    share/man/man1/zelq.1 share/bash-completion/completions/zelq; do
     [ -f "$prefix/$file" ] || { echo "FAIL: $file is not installed" >&2; exit 1; }
 done
 
