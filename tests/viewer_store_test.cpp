@@ -4,7 +4,6 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <map>
@@ -361,7 +360,7 @@ TEST_F(ViewerStoreTest, pruneBesideWriters) {
         children.push_back(fork());
         for (int i = 0; children.back() == 0; ++i) {
             xlog_record_interface log = {XLOG_ERROR, 10, 0x42, 1, {}, "", {}, {}};
-            std::snprintf(log.eventName, sizeof log.eventName, "%d-%d", writer, i);
+            (std::to_string(writer) + "-" + std::to_string(i)).copy(log.eventName, sizeof log.eventName);
             if (i == records || xlog_record(&log, nullptr) != XLOG_OK) {
                 _exit(i == records ? 0 : 1);
             }
