@@ -15,7 +15,7 @@ test_presets := i386 native asan
 
 PREFIX ?= /usr/local
 
-.PHONY: all demo test soak bench install clean
+.PHONY: all demo test test-tsan memcheck soak coverage lint bench install clean
 
 all: demo
 
@@ -34,6 +34,17 @@ test-%:
 	cmake --preset $* -DZELQCOOD_TESTS=ON
 	cmake --build --preset $*
 	ctest --test-dir build/$* --output-on-failure -j 2
+
+# What several threads of one process do at once. Tests of signals and of failing allocations bring
+# what ThreadSanitizer brings too, and most of the ring's writers are processes.
+tsan_programs := store_test trace_ring_test load_test trapservice_test
+tsan_tests := ^(store_test|load_test)|Ring.(Keeps|Knows|CanBe)|ThreadsMayCall
+test-tsan:
+	@cmake/install-packages $(test_packages)
+	cmake --preset tsan
+	cmake --build --preset tsan --target $(tsan_programs)
+	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
 
 # Load for SOAK_SECONDS, with some GB in /var/tmp.
 SOAK_SECONDS ?= 60
