@@ -46,6 +46,16 @@ test-tsan:
 	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
 
+# The tests bring an operator new of their own, which valgrind must leave in place.
+memcheck:
+	@cmake/install-packages $(test_packages) valgrind
+	cmake --preset native -DZELQCOOD_TESTS=ON
+	cmake --build --preset native --target library_test store_test
+	for program in library_test store_test; do \
+	    valgrind -q --soname-synonyms=somalloc=nouserintercepts --error-exitcode=9 --leak-check=full \
+	        --errors-for-leak-kinds=definite,possible build/native/tests/$$program --gtest_brief=1 || exit 1; \
+	done
+
 # Load for SOAK_SECONDS, with some GB in /var/tmp.
 SOAK_SECONDS ?= 60
 soak:
