@@ -18,7 +18,7 @@ test_presets := i386 native asan
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 
-.PHONY: all demo test test-instructions soak bench fuzz fuzz-i386 install clean
+.PHONY: all demo test test-instructions test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench install clean
 
 all: demo
 
@@ -44,6 +44,27 @@ test-instructions:
 	cmake --preset release
 	cmake --build --preset release --target runoperation
 	bench/instructions.py $(if $(RENEW),--renew) build/release
+
+# What several threads of one process do at once. Tests of signals and of failing allocations bring
+# what ThreadSanitizer brings too, and most of the ring's writers are processes.
+tsan_programs := store_test trace_ring_test load_test trapservice_test
+tsan_tests := ^(store_test|load_test)|Ring.(Keeps|Knows|CanBe)|ThreadsMayCall
+test-tsan:
+	@cmake/install-packages $(test_packages)
+	cmake --preset tsan
+	cmake --build --preset tsan --target $(tsan_programs)
+	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
+
+# The tests bring an operator new of their own, which valgrind must leave in place.
+memcheck:
+	@cmake/install-packages $(test_packages) valgrind
+	cmake --preset native -DZELQCOOD_TESTS=ON
+	cmake --build --preset native --target library_test store_test
+	for program in library_test store_test; do \
+	    valgrind -q --soname-synonyms=somalloc=nouserintercepts --error-exitcode=9 --leak-check=full \
+	        --errors-for-leak-kinds=definite,possible build/native/tests/$$program --gtest_brief=1 || exit 1; \
+	done
 
 # Load for SOAK_SECONDS, with some GB in /var/tmp.
 SOAK_SECONDS ?= 60

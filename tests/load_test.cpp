@@ -55,6 +55,13 @@ void work(Acknowledgements const& acknowledgements, unsigned thread) {
             return;
         }
         acknowledgements.add(id);
+        char* backtrace = nullptr;
+        EXPECT_EQ(0, xlog_get_backtrace(&backtrace, 0, nullptr));
+        std::free(backtrace);
+        char snapshot[800];
+        int size = -1;
+        EXPECT_EQ(0, xtr_fetch_pid(snapshot, sizeof snapshot, &size));
+        EXPECT_TRUE(size >= 0 && size <= static_cast<int>(sizeof snapshot));
         for (unsigned line = 0; line < linesPerRecord; ++line) {
             xtr_trace(ringtest::checkedLine(writer, number * linesPerRecord + line).c_str());
         }
@@ -76,6 +83,7 @@ protected:
         disk_ = mkdtemp(disk);
         setenv("ZELQ_STORE_SIZE", soakSeconds() == 0 ? "32M" : "256M", 1);  // rotation is part of it
         setenv("ZELQ_STORE_FILES", "100", 1);
+        setenv("ZELQ_RING_SIZE", "64K", 1);  // so that writers and readers meet in its slots
     }
     ~Load() override {
         fs::remove_all(memory_);
@@ -170,7 +178,7 @@ TEST_F(Load, LosesNothingThatWasAcknowledged) {
         EXPECT_EQ(SIGKILL, ringtest::wait(program)) << "refused a record";
         ++killed;
     }
-    for (zelq::TraceEntry const& entry : ringtest::newest(reader, ringtest::defaultRing)) {
+    for (zelq::TraceEntry const& entry : ringtest::newest(reader, ringtest::smallRing)) {
         ringtest::checkLine(entry);
         ++linesSeen;
     }
@@ -189,7 +197,7 @@ TEST_F(Load, LosesNothingThatWasAcknowledged) {
     EXPECT_LT(stored.files, 100U) << "the oldest records are gone: make the store larger";
     EXPECT_LE(stored.ids.size(), ids.size() + 1 + killed * threads) << "stored, but never acknowledged";
     EXPECT_GT(ids.size(), processes);
-    EXPECT_GT(linesSeen, 10000U);
+    EXPECT_GT(linesSeen, 100U);
     std::cout << ids.size() << " records acknowledged, " << stored.ids.size() << " stored, " << stored.badLines
               << " torn; " << (stored.bytes >> 20) << " MiB in " << stored.files << " files; " << killed
               << " programs killed; " << linesSeen << " trace lines looked at\n";
