@@ -9,13 +9,15 @@ endif
 endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
-test_packages := $(build_packages) googletest python3 pkg-config
+test_packages := $(build_packages) googletest python3 pkg-config groff-base
+package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 test_presets := i386 native asan
+package_presets := package-native package-i386
 
 PREFIX ?= /usr/local
 
-.PHONY: all demo test bench install clean
+.PHONY: all demo test test-package bench install package docs clean
 
 all: demo
 
@@ -27,13 +29,24 @@ demo:
 	    || { cat build/demo.log; exit 1; }
 	@examples/demo build/i386
 
-test: $(addprefix test-,$(test_presets))
+test: $(addprefix test-,$(test_presets)) test-package
 
 test-%:
 	@cmake/install-packages $(test_packages)
 	cmake --preset $* -DZELQCOOD_TESTS=ON
 	cmake --build --preset $*
 	ctest --test-dir build/$* --output-on-failure -j 2
+
+package:
+	@cmake/install-packages $(package_packages)
+	rm -rf build/packages
+	@for preset in $(package_presets); do \
+	    cmake --preset $$preset && cmake --build --preset $$preset && \
+	    (cd build/$$preset && cpack) || exit 1; \
+	done
+
+test-package: package
+	tests/package_test.sh $(CURDIR)
 
 bench:
 	@cmake/install-packages $(bench_packages)
