@@ -9,7 +9,7 @@ endif
 endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
-test_packages := $(build_packages) googletest python3 pkg-config groff-base
+test_packages := $(build_packages) googletest python3 pkg-config groff-base rsyslog rsyslog-relp
 package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 test_presets := i386 native asan
