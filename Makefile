@@ -13,6 +13,8 @@ test_packages := $(build_packages) googletest python3 pkg-config groff-base rsys
 package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 test_presets := i386 native asan
+doc_packages := doxygen
+version := $(shell sed -n 's/^project.zelqcood VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
 package_presets := package-native package-i386
 
 PREFIX ?= /usr/local
@@ -29,7 +31,7 @@ demo:
 	    || { cat build/demo.log; exit 1; }
 	@examples/demo build/i386
 
-test: $(addprefix test-,$(test_presets)) test-package
+test: $(addprefix test-,$(test_presets)) test-package docs
 
 test-%:
 	@cmake/install-packages $(test_packages)
@@ -61,6 +63,12 @@ install:
 	cmake --preset i386 -DZELQCOOD_TESTS=OFF
 	cmake --build --preset i386
 	cmake --install build/i386 --prefix $(PREFIX)
+
+docs:
+	@cmake/install-packages $(doc_packages)
+	@mkdir -p build
+	{ cat docs/Doxyfile && echo "PROJECT_NUMBER = $(version)"; } | doxygen -
+	@echo "build/docs/html/index.html"
 
 clean:
 	rm -rf build

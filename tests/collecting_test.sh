@@ -22,11 +22,11 @@ fail() {
 
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 for side in sender receiver; do
-    # The files as they stand, but for places, port and patience; read after other modules, as from
+    # The files as they stand, but for places, port, patience and a short queue; read after other modules, as from
     # a distribution's own configuration.
     sed -e "s#/var/log/zelq-collected/#$work/collected/#; s#/var/log/zelq/#$work/store/#" \
         -e "s#collector.example#127.0.0.1#; s#\"2514\"#\"$port\"#" \
-        -e 's#\(resumeInterval[A-Za-z]*\)="[0-9]*"#\1="1"#g' "$source/examples/collecting/$side.conf" >"$work/$side/zelq.conf"
+        -e 's#\(resumeInterval[A-Za-z]*\)="[0-9]*"#\1="1"#g; s#"10000"#"20"#' "$source/examples/collecting/$side.conf" >"$work/$side/zelq.conf"
     cat >"$work/$side/rsyslog.conf" <<END
 module(load="imuxsock" SysSock.Use="off")
 global(workDirectory="$work/$side")
@@ -71,7 +71,7 @@ start sender
 record 20 10
 record 2 300000
 expect_all "both running"
-for _ in 1 2 3 4 5; do
+for _ in 1 2 3 4; do
     record 10 60000
     expect_all "while files rotate"
 done
@@ -79,7 +79,7 @@ done
 [ "$(wc -l <"$work/received")" -lt $(($(wc -l <"$work/sent") * 3 / 2)) ] || fail "files are sent again whenever they move"
 
 stop receiver
-record 10 120000
+record 40 50000
 start receiver
 expect_all "receiver was down"
 
