@@ -9,16 +9,21 @@ endif
 endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
-test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base
+test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base rsyslog rsyslog-relp
+package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 # 32-bit code needs the C++ library of g++-multilib; clang's run-time package holds both widths.
 fuzz_packages := $(build_packages) clang libclang-rt-dev
 test_presets := i386 native asan
+doc_packages := doxygen
+version := $(shell sed -n 's/^project.zelqcood VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+package_presets := package-native package-i386
 
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 
-.PHONY: all demo test test-instructions test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench install clean
+.PHONY: all demo test test-instructions test-package test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench
+.PHONY: docs package install clean
 
 all: demo
 
@@ -30,7 +35,7 @@ demo:
 	    || { cat build/demo.log; exit 1; }
 	@examples/demo build/i386
 
-test: $(addprefix test-,$(test_presets)) test-instructions
+test: $(addprefix test-,$(test_presets)) test-instructions test-package docs
 
 test-%:
 	@cmake/install-packages $(test_packages)
@@ -74,6 +79,17 @@ soak:
 	cmake --build --preset i386 --target load_test
 	SOAK_SECONDS=$(SOAK_SECONDS) build/i386/tests/load_test
 
+package:
+	@cmake/install-packages $(package_packages)
+	rm -rf build/packages
+	@for preset in $(package_presets); do \
+	    cmake --preset $$preset && cmake --build --preset $$preset && \
+	    (cd build/$$preset && cpack) || exit 1; \
+	done
+
+test-package: package
+	tests/package_test.sh $(CURDIR)
+
 bench:
 	@cmake/install-packages $(bench_packages)
 	cmake --preset release
@@ -93,6 +109,12 @@ install:
 	cmake --preset i386 -DZELQCOOD_TESTS=OFF
 	cmake --build --preset i386
 	cmake --install build/i386 --prefix $(PREFIX)
+
+docs:
+	@cmake/install-packages $(doc_packages)
+	@mkdir -p build
+	{ cat docs/Doxyfile && echo "PROJECT_NUMBER = $(version)"; } | doxygen -
+	@echo "build/docs/html/index.html"
 
 clean:
 	rm -rf build
