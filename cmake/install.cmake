@@ -1,5 +1,6 @@
 # What `cmake --install` puts where: libraries, public headers, the CMake package, pkg-config, manual
-# pages, the viewer. The components are what the Debian packages are cut along.
+# pages, the viewer. The components are what the Debian packages are cut along; what names none goes with
+# the viewer.
 
 include(CMakePackageConfigHelpers)
 
@@ -7,6 +8,7 @@ if(ZELQCOOD_32BIT AND NOT DEFINED CMAKE_INSTALL_LIBDIR)
   set(CMAKE_INSTALL_LIBDIR lib)  # not the folder of the host's width
 endif()
 include(GNUInstallDirs)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tools)
 
 install(TARGETS zelqcood zelqcoob pumwtrac zelqsp1 EXPORT zelqcood-targets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
