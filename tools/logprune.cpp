@@ -60,7 +60,7 @@ public:
     Cut find() {
         bool goesOn = true;
         for (std::size_t i = files_.size(); goesOn && i-- > 0;) {
-            ForwardLines lines(files_[i].descriptor.get());
+            ForwardLines lines(files_[i].descriptor.get(), 0, &progress_);
             FileLine line;
             while (goesOn && lines.position() < files_[i].size && lines.next(&line)) {
                 goesOn = look(i, line);
@@ -87,7 +87,6 @@ private:
         bool const isExcess = bytes_ < excess_;
         bool const isOld = isRecord && options_.sinceUs.has_value() && record.timeUs < *options_.sinceUs;
         bytes_ += size;
-        progress_.advance(size);
         ++(isRecord ? records_ : badLines_);
         if (isExcess || isOld) {
             cut_ = {file, line.offset + size, bytes_, records_, badLines_};
