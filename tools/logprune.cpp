@@ -114,7 +114,8 @@ public:
                 fail("make '" + std::string(newName) + "'", failure);
             }
             if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-                fail("prune while another 'zelq log prune' is at work", 0);
+                errno == EWOULDBLOCK ? fail("prune while another 'zelq log prune' is at work", 0)
+                                     : fail("lock '" + std::string(newName) + "'");
             }
             struct stat mine = {};
             struct stat named = {};
