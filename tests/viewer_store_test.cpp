@@ -281,9 +281,9 @@ TEST_F(ViewerStoreTest, pruneKeepsTheNewestLinesThatFit) {
         write(store(), lines[5] + lines[6]);
         std::string const before = contents(store(5)) + contents(store(2)) + contents(store());
         std::string const arguments = "log prune --keep-bytes " + std::to_string(kept);
-        expect(arguments + " --dry-run", 0, kept < all.size() ? "would remove " : "nothing to remove\n");
+        expect(arguments + " --dry-run", 0, kept < all.size() ? "would remove " : "nothing to remove; ");
         EXPECT_EQ(contents(store(5)) + contents(store(2)) + contents(store()), before);
-        expect(arguments, 0, kept < all.size() ? "removed " : "nothing to remove\n");
+        expect(arguments, 0, kept < all.size() ? "removed " : "nothing to remove; ");
         std::size_t removed = 0;
         for (std::size_t i = 0; i < lines.size() && all.size() - removed > kept; ++i) {
             removed += lines[i].size();
@@ -292,7 +292,7 @@ TEST_F(ViewerStoreTest, pruneKeepsTheNewestLinesThatFit) {
         EXPECT_EQ(fs::exists(store(2)), removed < all.size() - contents(store()).size()) << kept;
         EXPECT_FALSE(fs::exists(folder_ / "errors.pruned"));
     }
-    expect("log prune --keep-bytes 1K", 0, "nothing to remove\n");
+    expect("log prune --keep-bytes 1K", 0, "nothing to remove; ");
     for (std::string const arguments :
          {"", "--keep-bytes x", "--keep-bytes 1T", "--keep-bytes -1", "--keep-bytes 1KB", "--keep-days 1.5",
           "--keep-bytes 99999999999G", "--dry-run", "--keep-days 1 --event A"}) {
@@ -312,7 +312,7 @@ TEST_F(ViewerStoreTest, pruneByAgeStopsAtTheFirstYoungRecord) {
     write(store(1), aged(10, "B") + "bad\n" + aged(8, "C") + "bad\n");
     write(store(), young);
     write(folder_ / "errors.pruned", "left by a crash, and longer than all the rest" + std::string(10000, '.'));
-    expect("log prune --keep-days 30", 0, "nothing to remove\n");
+    expect("log prune --keep-days 30", 0, "nothing to remove; ");
     expect("log prune --keep-days 7", 0, "removed 3 records and 1 bad line, ");
     EXPECT_FALSE(fs::exists(store(3)));
     EXPECT_EQ(contents(store(1)) + contents(store()), "bad\n" + young);

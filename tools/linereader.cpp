@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "progress.h"
+
 namespace zelq {
 namespace {
 
@@ -27,8 +29,8 @@ ssize_t readFully(int file, char* to, std::size_t size, off_t offset) {
 
 }  // namespace
 
-ForwardLines::ForwardLines(int file, off_t offset, std::size_t number)
-    : file_(file), position_(offset), number_(number) {}
+ForwardLines::ForwardLines(int file, off_t offset, Progress* progress)
+    : file_(file), position_(offset), number_(offset == 0 ? 1 : 0), progress_(progress) {}
 
 bool ForwardLines::next(FileLine* line) {
     if (sizeAtEnd_ >= 0) {
@@ -42,7 +44,8 @@ bool ForwardLines::next(FileLine* line) {
         std::size_t const found = buffer_.find('\n', scanned_);
         if (found != std::string::npos) {
             off_t const size = static_cast<off_t>(found - begin_) + skipped_;
-            *line = {position_, size, {}, number_++, true};
+            *line = {position_, size, {}, number_, true};
+            number_ += number_ > 0 ? 1 : 0;
             if (!line->isTooLong()) {
                 line->text = {buffer_.data() + begin_, found - begin_};
             }
@@ -75,6 +78,9 @@ bool ForwardLines::fill() {
     ssize_t const count = readFully(file_, &buffer_[size], stepSize, end);
     buffer_.resize(size + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     if (count > 0) {
+        if (progress_ != nullptr) {
+            progress_->advance(count);
+        }
         return true;
     }
     failure_ = count < 0 && failure_ == 0 ? errno : failure_;

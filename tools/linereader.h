@@ -8,6 +8,8 @@
 
 namespace zelq {
 
+class Progress;
+
 /// A line longer than this is passed over without keeping it. The service writes records that are
 /// some hundred KiB long; what is beyond this bound costs time, but no memory.
 constexpr std::size_t lineSizeMax = 16U << 20;
@@ -27,7 +29,7 @@ struct FileLine {
 /// Files are read and not mapped: a writer may cut one short.
 class ForwardLines {
 public:
-    explicit ForwardLines(int file, off_t offset = 0, std::size_t number = 1);
+    explicit ForwardLines(int file, off_t offset = 0, Progress* progress = nullptr);
 
     /// The next complete line. False at the end, for now: when lines were added, the next call
     /// finds them.
@@ -48,7 +50,8 @@ private:
 
     int file_;
     off_t position_;      // file offset of what is in buffer_ from begin_ on
-    std::size_t number_;  // of the line at position_
+    std::size_t number_;  // of the line at position_; 0 when lines before it were not read
+    Progress* progress_;
     std::string buffer_;
     std::size_t begin_ = 0;    // what is before has been returned
     std::size_t scanned_ = 0;  // no '\n' between begin_ and here

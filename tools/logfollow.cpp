@@ -69,7 +69,6 @@ void StoreFollower::open(StoreFile&& file, off_t position) {
 void StoreFollower::printNew() {
     FileLine line;
     while (!output_.isDone() && lines_.next(&line)) {
-        line.number = 0;  // the count began somewhere in the file
         Record record;
         if (readLine(file_, line, faults_, &record)) {
             last_ = line.text;

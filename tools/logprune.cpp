@@ -60,7 +60,7 @@ public:
     Cut find() {
         bool goesOn = true;
         for (std::size_t i = files_.size(); goesOn && i-- > 0;) {
-            ForwardLines lines(files_[i].descriptor.get());
+            ForwardLines lines(files_[i].descriptor.get(), 0, &progress_);
             FileLine line;
             while (goesOn && lines.position() < files_[i].size && lines.next(&line)) {
                 goesOn = look(i, line);
@@ -87,7 +87,6 @@ private:
         bool const isExcess = bytes_ < excess_;
         bool const isOld = isRecord && options_.sinceUs.has_value() && record.timeUs < *options_.sinceUs;
         bytes_ += size;
-        progress_.advance(size);
         ++(isRecord ? records_ : badLines_);
         if (isExcess || isOld) {
             cut_ = {file, line.offset + size, bytes_, records_, badLines_};
@@ -115,7 +114,8 @@ public:
                 fail("make '" + std::string(newName) + "'", failure);
             }
             if (flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-                fail("prune while another 'zelq log prune' is at work", 0);
+                errno == EWOULDBLOCK ? fail("prune while another 'zelq log prune' is at work", 0)
+                                     : fail("lock '" + std::string(newName) + "'");
             }
             struct stat mine = {};
             struct stat named = {};
@@ -173,21 +173,21 @@ private:
 /// changed since the store was opened by beginning a new file.
 class Pruner {
 public:
-    Pruner(int folder, std::vector<StoreFile> const& files, Cut const& cut)
-        : folder_(folder), files_(files), cut_(cut), replacement_(folder) {}
+    /// Keeps others who prune away from here on: the store is to be opened after that.
+    explicit Pruner(int folder) : folder_(folder), replacement_(folder) {}
 
-    void run() {
-        StoreFile const& old = files_[cut_.file];
-        off_t const copied = std::max(endOfLastLine(old.descriptor.get()), cut_.offset);
-        replacement_.copy(old, cut_.offset, copied);
+    void run(std::vector<StoreFile> const& files, Cut const& cut) {
+        StoreFile const& old = files[cut.file];
+        off_t const copied = std::max(endOfLastLine(old.descriptor.get()), cut.offset);
+        replacement_.copy(old, cut.offset, copied);
         StoreLock lock;
         if (int const failure = lock.acquire(folder_); failure != 0) {
             fail("lock the store", failure);
         }
         // Of the newest file, which programs append to, something may always come to stay.
-        bool const isWhole = cut_.file > 0 && cut_.offset == old.size;
-        for (std::size_t i = files_.size(); i-- > cut_.file + (isWhole ? 0 : 1);) {
-            removeWhole(files_[i]);
+        bool const isWhole = cut.file > 0 && cut.offset == old.size;
+        for (std::size_t i = files.size(); i-- > cut.file + (isWhole ? 0 : 1);) {
+            removeWhole(files[i]);
         }
         if (std::string const name = currentName(old); !isWhole && !name.empty()) {
             replacement_.copy(old, copied, fileSize(old.descriptor.get()));
@@ -220,18 +220,29 @@ private:
     }
 
     int folder_;
-    std::vector<StoreFile> const& files_;
-    Cut const& cut_;
     Replacement replacement_;
 };
 
-void prune(StoreReader const& store, Cut const& cut) {
+Cut findCut(StoreFiles const& store, LogPruneOptions const& options) {
+    Progress progress("reading", store.totalSize());
+    return CutFinder(store, options, progress).find();
+}
+
+Cut prune(StoreReader& store, LogPruneOptions const& options) {
     int number = -1;
     if (int const failure = openStateFolder(FolderUse::store, false, &number); failure != 0) {
         fail("open '" + store.files().folder() + "'", failure);
     }
     Descriptor const folder(number);
-    Pruner(number, store.files().files(), cut).run();
+    Pruner pruner(number);
+    if (int const failure = store.open(); failure != 0) {
+        fail("open '" + store.files().folder() + "'", failure);
+    }
+    Cut const cut = findCut(store.files(), options);
+    if (cut.bytes > 0) {
+        pruner.run(store.files().files(), cut);
+    }
+    return cut;
 }
 
 }  // namespace
@@ -241,32 +252,25 @@ int pruneStore(LogPruneOptions const& options, Output& output) {
     if (ExitStatus const status = openStore(store); status != exitFine) {
         return status == exitNothing ? exitFine : status;  // what is not there need not be removed
     }
-    StoreFiles const& files = store.files();
-    for (std::string const& reason : files.unreadable()) {
-        complain(reason);
-    }
     try {
-        Progress progress("reading", files.totalSize());
-        Cut const cut = CutFinder(files, options, progress).find();
-        progress.hide();
-        if (cut.bytes == 0) {
-            output.print("nothing to remove\n");
-            return files.unreadable().empty() ? exitFine : exitDamaged;
-        }
-        if (!options.isDryRun) {
-            prune(store, cut);
-        }
-        output.print((options.isDryRun ? "would remove " : "removed ") + counted(cut.records, "record") +
-                     (cut.badLines > 0 ? " and " + counted(cut.badLines, "bad line") : "") + ", " +
-                     byteCount(static_cast<std::uint64_t>(cut.bytes)) + "; " +
-                     byteCount(static_cast<std::uint64_t>(files.totalSize() - cut.bytes)) + " stay\n");
-        return files.unreadable().empty() ? exitFine : exitDamaged;
+        Cut const cut = options.isDryRun ? findCut(store.files(), options) : prune(store, options);
+        off_t const left = store.files().totalSize() - cut.bytes;
+        output.print(cut.bytes == 0
+                         ? "nothing to remove"
+                         : (options.isDryRun ? "would remove " : "removed ") + counted(cut.records, "record") +
+                               (cut.badLines > 0 ? " and " + counted(cut.badLines, "bad line") : "") + ", " +
+                               byteCount(static_cast<std::uint64_t>(cut.bytes)));
+        output.print("; " + byteCount(static_cast<std::uint64_t>(left)) + " stay\n");
     } catch (PruneFailure const& failure) {
         output.finish();
         complain("cannot " + failure.step + (failure.reason != 0 ? ": " : "") +
                  (failure.reason != 0 ? std::strerror(failure.reason) : ""));
         return exitFailed;
     }
+    for (std::string const& reason : store.files().unreadable()) {
+        complain(reason);
+    }
+    return store.files().unreadable().empty() ? exitFine : exitDamaged;
 }
 
 }  // namespace zelq

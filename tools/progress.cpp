@@ -14,7 +14,6 @@ namespace {
 
 constexpr long long firstAfterMs = 1000;
 constexpr long long thenEveryMs = 200;
-constexpr off_t lookEvery = 256 * 1024;
 
 long long nowMs() {
     timespec now = {};
@@ -29,9 +28,7 @@ Progress::Progress(std::string what, off_t total)
 
 void Progress::advance(off_t bytes) {
     done_ += bytes;
-    unlooked_ += bytes;
-    if (isWanted_ && unlooked_ >= lookEvery) {
-        unlooked_ = 0;
+    if (isWanted_) {
         show();
     }
 }

@@ -16,6 +16,7 @@ public:
     Progress(Progress const&) = delete;
     Progress& operator=(Progress const&) = delete;
 
+    /// To be called each time that a piece of some size was read.
     void advance(off_t bytes);
 
     /// Takes the line away, for other output.
@@ -27,7 +28,6 @@ private:
     std::string what_;
     off_t total_;
     off_t done_ = 0;
-    off_t unlooked_ = 0;  // bytes since the clock was looked at
     bool isWanted_;
     bool isShown_ = false;
     long long nextMs_;  // when the line is due

@@ -14,7 +14,7 @@ namespace zelq {
 
 /// Something in the store that cannot be read as a record.
 struct Fault {
-    StoreFile const* file;  ///< null when it could not be opened
+    StoreFile const* file;  ///< null when it could not be opened or read
     off_t offset;           ///< of the line
     std::size_t line;       ///< its number; 0 when it is not known yet
     bool isTorn;            ///< a line whose writer died or is still writing, which is no damage

@@ -3,8 +3,6 @@
 #include <cstring>
 #include <ctime>
 
-#include "progress.h"
-
 namespace zelq {
 namespace {
 
@@ -28,7 +26,7 @@ bool isTorn(FileLine const& line) {
 
 void addReadFailure(StoreFile const& file, int failure, FaultSink& faults) {
     if (failure != 0) {
-        faults.add({&file, 0, 0, false, "cannot read '" + file.name() + "': " + std::strerror(failure)});
+        faults.add({nullptr, 0, 0, false, "cannot read '" + file.name() + "': " + std::strerror(failure)});
     }
 }
 
@@ -54,13 +52,10 @@ void StoreReader::visit(Order order, FaultSink& faults, Visitor const& visitor, 
 
 bool StoreReader::visitForward(std::size_t index, FaultSink& faults, Visitor const& visitor, Progress* progress) {
     StoreFile const& file = files_.files()[index];
-    ForwardLines lines(file.descriptor.get());
+    ForwardLines lines(file.descriptor.get(), 0, progress);
     FileLine line;
     for (int patience = file.index == 0 ? patienceMax : 0;;) {
         while (lines.next(&line)) {
-            if (progress != nullptr) {
-                progress->advance(line.size + 1);
-            }
             if (!visitLine(index, line, faults, visitor)) {
                 return false;
             }
