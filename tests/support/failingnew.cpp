@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
 namespace {
@@ -24,9 +25,11 @@ void* allocate(std::size_t size) noexcept {
         return nullptr;
     }
     void* const memory = mallocUncounted(size == 0 ? 1 : size);
-    if (memory != nullptr && allowed == 0) {
-        ++live;
+    if (memory == nullptr) {
+        return nullptr;
     }
+    std::memset(memory, 0xA5, size);  // nothing may count on new memory being zero
+    live += allowed == 0 ? 1 : 0;
     return memory;
 }
 
