@@ -9,16 +9,21 @@ endif
 endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
-test_packages := $(build_packages) googletest python3 pkg-config
+test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base rsyslog rsyslog-relp
+package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
 # 32-bit code needs the C++ library of g++-multilib; clang's run-time package holds both widths.
 fuzz_packages := $(build_packages) clang libclang-rt-dev
 test_presets := i386 native asan
+doc_packages := doxygen
+version := $(shell sed -n 's/^project.zelqcood VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)
+package_presets := package-native package-i386
 
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 
-.PHONY: all demo test bench fuzz fuzz-i386 install clean
+.PHONY: all demo test test-instructions test-package test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench
+.PHONY: docs package install clean
 
 all: demo
 
@@ -30,13 +35,60 @@ demo:
 	    || { cat build/demo.log; exit 1; }
 	@examples/demo build/i386
 
-test: $(addprefix test-,$(test_presets))
+test: $(addprefix test-,$(test_presets)) test-instructions test-package docs
 
 test-%:
 	@cmake/install-packages $(test_packages)
 	cmake --preset $* -DZELQCOOD_TESTS=ON
 	cmake --build --preset $*
 	ctest --test-dir build/$* --output-on-failure -j 2
+
+# Main operations must not take more instructions than bench/instructions.txt notes. RENEW=1 notes new ones.
+test-instructions:
+	@cmake/install-packages $(test_packages) valgrind
+	cmake --preset release
+	cmake --build --preset release --target runoperation
+	bench/instructions.py $(if $(RENEW),--renew) build/release
+
+# What several threads of one process do at once. Tests of signals and of failing allocations bring
+# what ThreadSanitizer brings too, and most of the ring's writers are processes.
+tsan_programs := store_test trace_ring_test load_test trapservice_test
+tsan_tests := ^(store_test|load_test)|Ring.(Keeps|Knows|CanBe)|ThreadsMayCall
+test-tsan:
+	@cmake/install-packages $(test_packages)
+	cmake --preset tsan
+	cmake --build --preset tsan --target $(tsan_programs)
+	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
+
+# The tests bring an operator new of their own, which valgrind must leave in place.
+memcheck:
+	@cmake/install-packages $(test_packages) valgrind
+	cmake --preset native -DZELQCOOD_TESTS=ON
+	cmake --build --preset native --target library_test store_test
+	for program in library_test store_test; do \
+	    valgrind -q --soname-synonyms=somalloc=nouserintercepts --error-exitcode=9 --leak-check=full \
+	        --errors-for-leak-kinds=definite,possible build/native/tests/$$program --gtest_brief=1 || exit 1; \
+	done
+
+# Load for SOAK_SECONDS, with some GB in /var/tmp.
+SOAK_SECONDS ?= 60
+soak:
+	@cmake/install-packages $(test_packages)
+	cmake --preset i386 -DZELQCOOD_TESTS=ON
+	cmake --build --preset i386 --target load_test
+	SOAK_SECONDS=$(SOAK_SECONDS) build/i386/tests/load_test
+
+package:
+	@cmake/install-packages $(package_packages)
+	rm -rf build/packages
+	@for preset in $(package_presets); do \
+	    cmake --preset $$preset && cmake --build --preset $$preset && \
+	    (cd build/$$preset && cpack) || exit 1; \
+	done
+
+test-package: package
+	tests/package_test.sh $(CURDIR)
 
 bench:
 	@cmake/install-packages $(bench_packages)
@@ -57,6 +109,12 @@ install:
 	cmake --preset i386 -DZELQCOOD_TESTS=OFF
 	cmake --build --preset i386
 	cmake --install build/i386 --prefix $(PREFIX)
+
+docs:
+	@cmake/install-packages $(doc_packages)
+	@mkdir -p build
+	{ cat docs/Doxyfile && echo "PROJECT_NUMBER = $(version)"; } | doxygen -
+	@echo "build/docs/html/index.html"
 
 clean:
 	rm -rf build

@@ -4,10 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include <dlfcn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -22,42 +20,9 @@
 #endif
 
 #include "benchfolder.h"
+#include "switchedservices.h"
 #include "zelqcood/mclog.h"
-#include "zelqplatform/errorlog_service.h"
 #include "zelqplatform/trace_service.h"
-
-namespace {
-
-bool isStoreUsed = false;
-bool isBacktraceTaken = false;
-
-template <class Function>
-Function* service(char const* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace
-
-// The program's own services come first in symbol look-up. They do nothing, or call the real ones.
-
-int xlog_record(xlog_record_interface* record, int* crc) {
-    static auto* const store = service<decltype(xlog_record)>("xlog_record");
-    if (isStoreUsed) {
-        return store(record, crc);
-    }
-    *crc = 0;
-    return XLOG_OK;
-}
-
-int xlog_get_backtrace(char** text, int frames, int* length) {
-    static auto* const take = service<decltype(xlog_get_backtrace)>("xlog_get_backtrace");
-    if (isBacktraceTaken) {
-        return take(text, frames, length);
-    }
-    *text = nullptr;
-    *length = 0;
-    return ENOENT;
-}
 
 namespace {
 

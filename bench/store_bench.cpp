@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 
 #include <rapidjson/stringbuffer.h>
@@ -94,6 +95,25 @@ void record(benchmark::State& state, char const* parent) {
 }
 BENCHMARK_CAPTURE(record, memory, memoryFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(record, disk, diskFolder)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+// Each waits for the disk, but several wait together: the filesystem commits for all of them at once.
+std::optional<BenchFolder> folderOfAll;
+void recordTogether(benchmark::State& state) {
+    BenchRecord log(1 << 10, true);
+    for (auto _ : state) {
+        if (xlog_record(&log.get(), nullptr) != XLOG_OK) {
+            state.SkipWithError("the record could not be stored");
+            break;
+        }
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(recordTogether)
+    ->Setup([](benchmark::State const&) { folderOfAll.emplace(diskFolder); })
+    ->Teardown([](benchmark::State const&) { folderOfAll.reset(); })
+    ->ThreadRange(1, 16)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
 
 void peerWrite(benchmark::State& state, char const* parent) {
     BenchFolder const folder(parent);

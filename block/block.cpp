@@ -5,15 +5,18 @@
 
 #include "block/blockcursor.h"
 #include "trace/message.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBBLK";
+constexpr char _traceMask[] = "XLIBBLK";
+constexpr EntryLine createBlockLine(_traceMask, 'F', "createBlock");
+constexpr EntryLine addHeaderBlockLine(_traceMask, 'F', "addHeaderBlock");
+constexpr EntryLine addBlockLine(_traceMask, 'F', "addBlock");
+constexpr EntryLine findBlockLine(_traceMask, 'F', "findBlock");
 
 template <class... Pieces>
 void debugLine(Pieces const&... pieces) {
-    XTrace::write(_traceMask, 'D', message(pieces...));
+    traceLine(_traceMask, 'D', pieces...);
 }
 
 // A buffer for the block `old` and `added` bytes behind it, holding the old block with its new
@@ -33,14 +36,14 @@ unsigned char* newLargerBlock(unsigned char const* old, BlockHeader header, std:
 unsigned char* replaceBlock(unsigned char** pData, unsigned char* larger) {
     delete[] * pData;
     *pData = larger;
-    debugLine("Returning ", addressOf(larger), ", newSize=", ZoString(BlockHeader::load(larger).size));
+    debugLine("Returning ", addressOf(larger), ", newSize=", BlockHeader::load(larger).size);
     return larger;
 }
 
 }  // namespace
 
 unsigned char* createBlock(unsigned short blockType, unsigned short blockFormat) {
-    XTrace scope(_traceMask, 'F', "createBlock");
+    TraceScope const scope(createBlockLine);
     debugLine("blockType=", blockType, ", blockFormat=", blockFormat);
     unsigned char* const block = new unsigned char[BlockHeader::bytes];
     BlockHeader{BlockHeader::bytes, blockType, blockFormat}.store(block);
@@ -50,7 +53,7 @@ unsigned char* createBlock(unsigned short blockType, unsigned short blockFormat)
 
 unsigned char* addHeaderBlock(unsigned char** pData, unsigned int blockSize, unsigned short blockType,
                               unsigned short blockFormat, unsigned char* pBlockData) {
-    XTrace scope(_traceMask, 'F', "addHeaderBlock");
+    TraceScope const scope(addHeaderBlockLine);
     debugLine("pData=", addressOf(*pData), ", blockSize=", blockSize, ", blockType=", blockType,
               ", blockFormat=", blockFormat, ", pBlockData=", addressOf(pBlockData));
     std::uint32_t childSize = 0;
@@ -70,7 +73,7 @@ unsigned char* addHeaderBlock(unsigned char** pData, unsigned int blockSize, uns
 }
 
 unsigned char* addBlock(unsigned char** pData, unsigned char* pBlockData) {
-    XTrace scope(_traceMask, 'F', "addBlock");
+    TraceScope const scope(addBlockLine);
     debugLine("pData=", addressOf(*pData), ", pBlockData=", addressOf(pBlockData));
     BlockHeader const old = BlockHeader::load(*pData);
     std::uint32_t const added = BlockHeader::load(pBlockData).size;
@@ -80,7 +83,7 @@ unsigned char* addBlock(unsigned char** pData, unsigned char* pBlockData) {
 }
 
 unsigned char* findBlock(unsigned char* pData, unsigned short blockType) {
-    XTrace scope(_traceMask, 'F', "findBlock");
+    TraceScope const scope(findBlockLine);
     debugLine("pData=", addressOf(pData), ", blockType=", blockType);
     unsigned char* found = nullptr;
     if (pData != nullptr) {

@@ -59,6 +59,15 @@ public:
           offset_(BlockHeader::bytes),
           remaining_(size < BlockHeader::bytes ? 0 : size - BlockHeader::bytes) {}
 
+    /// Walks blocks that stand back to back in `size` readable bytes, without a block around them.
+    static BlockCursor overSequence(unsigned char* start, std::uint32_t size) {
+        BlockCursor cursor(start, 0);
+        cursor.next_ = start;
+        cursor.offset_ = 0;
+        cursor.remaining_ = size;
+        return cursor;
+    }
+
     /// Moves to the next child. With wrongSize, `child` holds the header as it was found.
     Step next(BlockChild& child) {
         if (remaining_ == 0) {

@@ -2,87 +2,56 @@
 
 #include <cstring>
 
-#include "trace/message.h"
-#include "zelqcood/trace.h"
-
-BlockReader::BlockReader(unsigned char* block, char const* component, char level)
-    : block_(block), component_(component), level_(level) {}
-
-bool BlockReader::accepts(unsigned short classCode) {
-    return accepts(classCode, message(" 0x", hexadecimal(classCode)));
+template <class... Pieces>
+void BlockReader::report(Pieces const&... pieces) const {
+    traceLine(component_, level_, pieces...);
 }
 
-bool BlockReader::accepts(unsigned short classCode, char const* expected) {
+void BlockReader::reportBlock(unsigned short classCode, char const* expected) const {
     if (block_ == nullptr) {
         report("Invalid data pointer: 0x00000000");
-        return false;
+        return;
     }
     BlockHeader const header = BlockHeader::load(block_);
-    if (header.type != classCode) {
-        report(message("Invalid data type (got ", header.type, ", expecting", expected, ")"));
-        return false;
-    }
-    if (header.format != blockFormat) {
-        report(message("Invalid data format (got ", header.format, ", expecting 1)"));
-        return false;
-    }
-    if (header.size < BlockHeader::bytes) {
-        report(message("Invalid data size (got ", header.size, ", expecting at least 8)"));
-        return false;
-    }
-    cursor_ = BlockCursor(block_, header.size);
-    return true;
-}
-
-bool BlockReader::next(BlockChildKind const* kinds, std::size_t count) {
-    for (;;) {
-        BlockCursor::Step const step = cursor_.next(child_);
-        if (step == BlockCursor::atEnd) {
-            return false;
-        }
-        if (step == BlockCursor::cutHeader) {
-            report(message("Invalid data end (got ", cursor_.remaining(), " bytes at offset ", cursor_.offset(),
-                           ", expecting a header of 8)"));
-            return false;
-        }
-        BlockChildKind const* kind = kinds;
-        while (kind != kinds + count && kind->type != child_.header.type) {
-            ++kind;
-        }
-        bool const isKnown = kind != kinds + count;
-        if (step == BlockCursor::wrongSize) {
-            report(message("Invalid ", isKnown ? kind->name : "child", " data size (got ", child_.header.size,
-                           " at offset ", cursor_.offset(), ", expecting 8 to ", cursor_.remaining(), ")"));
-            return false;
-        }
-        if (!isKnown) {
-            report(message(unknownType_, hexadecimal(child_.header.type), ")"));
-        } else if (isUsable(*kind)) {
-            return true;
-        }
+    if (header.type != classCode && expected != nullptr) {
+        report("Invalid data type (got ", header.type, ", expecting", expected, ")");
+    } else if (header.type != classCode) {
+        report("Invalid data type (got ", header.type, ", expecting 0x", hexadecimal(classCode), ")");
+    } else if (header.format != blockFormat) {
+        report("Invalid data format (got ", header.format, ", expecting 1)");
+    } else {
+        report("Invalid data size (got ", header.size, ", expecting at least 8)");
     }
 }
 
-bool BlockReader::isUsable(BlockChildKind const& kind) const {
-    if (kind.content == BlockChildKind::ownReader) {
-        return true;
+void BlockReader::reportUnknown() const {
+    report(unknownType_, hexadecimal(child_.header.type), ")");
+}
+
+void BlockReader::reportDamage(BlockCursor::Step step, BlockChildKind const* kind) const {
+    if (step == BlockCursor::cutHeader) {
+        report("Invalid data end (got ", cursor_.remaining(), " bytes at offset ", cursor_.offset(),
+               ", expecting a header of 8)");
+    } else {
+        report("Invalid ", kind != nullptr ? kind->name : "child", " data size (got ", child_.header.size,
+               " at offset ", cursor_.offset(), ", expecting 8 to ", cursor_.remaining(), ")");
     }
-    if (kind.content == BlockChildKind::ignored) {
-        return false;
+}
+
+void BlockReader::reportChild(BlockChildKind const& kind, ChildFault fault) const {
+    switch (fault) {
+    case ChildFault::none: break;
+    case ChildFault::wrongFormat:
+        report("Invalid ", kind.name, " data format (got ", child_.header.format, ", expecting 1)");
+        break;
+    case ChildFault::tooShort:
+        report("Invalid ", kind.name, " data size (got ", child_.header.size, ", expecting at least ",
+               kind.leastBody + BlockHeader::bytes, ")");
+        break;
+    case ChildFault::unterminated:
+        report("Invalid ", kind.name, " data (no zero byte in ", bodySize(), " bytes)");
+        break;
     }
-    if (child_.header.format != blockFormat) {
-        report(message("Invalid ", kind.name, " data format (got ", child_.header.format, ", expecting 1)"));
-        return false;
-    }
-    if (bodySize() < kind.leastBody) {
-        report(message("Invalid ", kind.name, " data size (got ", child_.header.size, ", expecting at least ",
-                       kind.leastBody + BlockHeader::bytes, ")"));
-        return false;
-    }
-    if (kind.content == BlockChildKind::text && bodySize() != 0 && std::memchr(body(), 0, bodySize()) == nullptr) {
-        report(message("Invalid ", kind.name, " data (no zero byte in ", bodySize(), " bytes)"));
-    }
-    return true;
 }
 
 BlockReader BlockReader::children(char const* unknownType) const {
@@ -95,8 +64,4 @@ BlockReader BlockReader::children(char const* unknownType) const {
 ZoString BlockReader::textAt(unsigned char const* characters, std::size_t most) {
     char const* const text = reinterpret_cast<char const*>(characters);
     return ZoString(text, strnlen(text, most));
-}
-
-void BlockReader::report(ZoString const& text) const {
-    XTrace::write(component_, level_, text);
 }

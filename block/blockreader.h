@@ -4,24 +4,9 @@
 #include <cstddef>
 
 #include "block/blockcursor.h"
-#include "block/classcodes.h"
+#include "block/childkind.h"
+#include "trace/message.h"
 #include "zelqplatform/zostring.h"
-
-/// A kind of child that a class knows: how the messages name it and how its body is checked.
-struct BlockChildKind {
-    enum Content {
-        fields,     ///< fixed fields: at least `leastBody` bytes
-        bytes,      ///< any bytes
-        text,       ///< characters and their zero byte; an empty body stands for an empty text
-        ownReader,  ///< a whole class block: the class that reads it checks its header
-        ignored,    ///< read by other means before the walk
-    };
-
-    unsigned short type;
-    char const* name;
-    Content content;
-    std::uint32_t leastBody = 0;
-};
 
 /// The way in which every rebuilding constructor reads its block.
 ///
@@ -39,17 +24,37 @@ struct BlockChildKind {
 class BlockReader {
 public:
     /// `block` may be null, which accepts() reports; otherwise it holds at least a header.
-    BlockReader(unsigned char* block, char const* component, char level);
+    BlockReader(unsigned char* block, TraceMask& component, char level)
+        : block_(block), component_(component), level_(level), cursor_(nullptr, 0) {}
 
     /// True when the block is there and has this type, format 1 and a possible size. `expected` is
-    /// how the message gives the expected type, by default " 0x" and its hexadecimal digits.
-    bool accepts(unsigned short classCode);
-    bool accepts(unsigned short classCode, char const* expected);
+    /// how the message gives the expected type, by default in hexadecimal.
+    bool accepts(unsigned short classCode, char const* expected = nullptr) {
+        BlockHeader const header = block_ != nullptr ? BlockHeader::load(block_) : BlockHeader{};
+        if (header.type != classCode || header.format != blockFormat || header.size < BlockHeader::bytes) {
+            reportBlock(classCode, expected);
+            return false;
+        }
+        cursor_ = BlockCursor(block_, header.size);
+        return true;
+    }
 
     /// Moves to the next usable child of one of these kinds; false at the end of the walk.
     template <std::size_t Count>
     bool next(BlockChildKind const (&kinds)[Count]) {
-        return next(kinds, Count);
+        BlockCursor::Step step;
+        while ((step = cursor_.next(child_)) == BlockCursor::atChild) {
+            BlockChildKind const* const kind = kindOf(child_, kinds, kinds + Count);
+            if (kind == nullptr) {
+                reportUnknown();
+            } else if (isUsable(*kind)) {
+                return true;
+            }
+        }
+        if (step != BlockCursor::atEnd) {
+            reportDamage(step, kindOf(child_, kinds, kinds + Count));
+        }
+        return false;
     }
 
     /// Type of the current child.
@@ -81,13 +86,35 @@ public:
     BlockReader children(char const* unknownType) const;
 
 private:
-    bool next(BlockChildKind const* kinds, std::size_t count);
-    bool isUsable(BlockChildKind const& kind) const;
-    void report(ZoString const& text) const;
+    static BlockChildKind const* kindOf(BlockChild const& child, BlockChildKind const* kind,
+                                        BlockChildKind const* end) {
+        while (kind != end && kind->type != child.header.type) {
+            ++kind;
+        }
+        return kind != end ? kind : nullptr;
+    }
+
+    bool isUsable(BlockChildKind const& kind) const {
+        ChildFault const fault = faultOf(kind, child_);
+        if (fault != ChildFault::none) {
+            reportChild(kind, fault);
+        }
+        return kind.content != BlockChildKind::ignored &&
+               (fault == ChildFault::none || fault == ChildFault::unterminated);
+    }
+
+    // Away from the walk: only damaged blocks, and those of other programs, come here.
+    [[gnu::cold]] void reportBlock(unsigned short classCode, char const* expected) const;
+    [[gnu::cold]] void reportUnknown() const;
+    [[gnu::cold]] void reportDamage(BlockCursor::Step step, BlockChildKind const* kind) const;
+    [[gnu::cold]] void reportChild(BlockChildKind const& kind, ChildFault fault) const;
+
+    template <class... Pieces>
+    void report(Pieces const&... pieces) const;
     static ZoString textAt(unsigned char const* characters, std::size_t most);
 
     unsigned char* block_;
-    char const* component_;
+    TraceMask& component_;
     char level_;
     char const* unknownType_ = "Unknown data type (0x";
     BlockCursor cursor_;

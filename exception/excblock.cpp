@@ -2,41 +2,21 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
 #include "trace/message.h"
 #include "zelqcood/block.h"
 #include "zelqcood/exception.h"
-#include "zelqcood/trace.h"
 #include "zelqplatform/pce_service.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBEXC";
+using namespace exceptionLayout;
 
-enum Child : unsigned short { baseBlock = 0, textBlock = 1, locationBlock = 2 };
-enum LocationChild : unsigned short { locFileBlock = 3, locFuncBlock = 4, locLineBlock = 5 };
-
-constexpr PackedField<std::uint32_t, 0> severityField = {};
-constexpr PackedField<std::uint32_t, 4> errorCodeGroupField = {};
-constexpr PackedField<std::uint32_t, 8> errorIdField = {};
-constexpr PackedText<12, 20> nameField = {};
-constexpr PackedField<std::int32_t, 32> loggedField = {};
-constexpr std::size_t baseBlockSize = loggedField.end;
-
-constexpr PackedField<std::uint32_t, 0> lineField = {};
-constexpr std::size_t lineBlockSize = lineField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {textBlock, "textBlock", BlockChildKind::text},
-    {locationBlock, "locationBlock", BlockChildKind::bytes},
-    {endMicrocodeLogClass, "XEndMicrocodeLog", BlockChildKind::ownReader},
-};
-
-constexpr BlockChildKind locationChildren[] = {
-    {locFileBlock, "locFileBlock", BlockChildKind::text},
-    {locFuncBlock, "locFuncBlock", BlockChildKind::text},
-    {locLineBlock, "locLineBlock", BlockChildKind::fields, lineBlockSize},
-};
+constexpr char _traceMask[] = "XLIBEXC";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XBaseException");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
+constexpr EntryLine rebuildExceptionLine(_traceMask, 'D', "XException");
+constexpr EntryLine rebuildTrapExceptionLine(_traceMask, 'D', "XTrapException");
 
 bool isReadable(unsigned char const* block) {
     int code = 0;
@@ -54,7 +34,7 @@ char const* unpackedGroup(std::uint32_t group) {
 }
 
 void reportPointer(unsigned char const* block) {
-    XTrace::write(_traceMask, 'F', message("Invalid data pointer: 0x", hexadecimal(addressOf(block), 8)));
+    traceLine(_traceMask, 'F', "Invalid data pointer: 0x", hexadecimal(addressOf(block), 8));
 }
 
 // The exception inside a block of one of the kinds; nothing is looked for in what cannot be read.
@@ -74,10 +54,9 @@ void checkKind(unsigned char* block, unsigned short classCode) {
 }  // namespace
 
 XBaseException::XBaseException(unsigned char* pBlock) : ZoException("DummyText", 0, unrecoverable), logged_(0) {
-    XTrace scope(_traceMask, 'D', "XBaseException");
-    XTrace::write(
-        _traceMask, 'D',
-        message("this=0x", hexadecimal(addressOf(this), 8), ", pBlock=0x", hexadecimal(addressOf(pBlock), 8)));
+    TraceScope const scope(rebuildLine);
+    traceLine(_traceMask, 'D', "this=0x", hexadecimal(addressOf(this), 8), ", pBlock=0x",
+              hexadecimal(addressOf(pBlock), 8));
     if (!isReadable(pBlock)) {
         reportPointer(pBlock);
         return;
@@ -123,7 +102,7 @@ unsigned long XBaseException::readLocation(BlockReader const& reader, unsigned l
 }
 
 unsigned char* XBaseException::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(baseExceptionClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(severityField, isRecoverable() ? 1 : 0)
@@ -148,24 +127,24 @@ unsigned char* XBaseException::asBinary() const {
 }
 
 XException::XException(unsigned char* pBlock) : XBaseException(baseBlockOf(pBlock)) {
-    XTrace scope(_traceMask, 'D', "XException");
+    TraceScope const scope(rebuildExceptionLine);
     checkKind(pBlock, exceptionClass);
 }
 
 unsigned char* XException::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(exceptionClass);
     writer.addOwned(XBaseException::asBinary());
     return writer.release();
 }
 
 XTrapException::XTrapException(unsigned char* pBlock) : XBaseException(baseBlockOf(pBlock)) {
-    XTrace scope(_traceMask, 'D', "XTrapException");
+    TraceScope const scope(rebuildTrapExceptionLine);
     checkKind(pBlock, trapExceptionClass);
 }
 
 unsigned char* XTrapException::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(trapExceptionClass);
     writer.addOwned(XBaseException::asBinary());
     return writer.release();

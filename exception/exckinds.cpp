@@ -2,41 +2,44 @@
 
 #include "trace/destructorscope.h"
 #include "zelqcood/exception.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBEXC";
+constexpr char _traceMask[] = "XLIBEXC";
+constexpr EntryLine buildExceptionLine(_traceMask, 'D', "XException");
+constexpr EntryLine destroyExceptionLine(_traceMask, 'D', "~XException");
+constexpr EntryLine buildTrapExceptionLine(_traceMask, 'D', "XTrapException");
+constexpr EntryLine destroyTrapExceptionLine(_traceMask, 'D', "~XTrapException");
 
 }  // namespace
 
 XException::XException(char* errorText, ZoException::Severity severity, int logged)
     : XBaseException(errorText, severity, logged) {
-    XTrace scope(_traceMask, 'D', "XException");
+    TraceScope const scope(buildExceptionLine);
     setName("XException");
 }
 
 XException::XException(ZoException const& other) : XBaseException(other) {
-    XTrace scope(_traceMask, 'D', "XException");
+    TraceScope const scope(buildExceptionLine);
 }
 
 XException::XException(XException const& other) : XBaseException(other) {
-    XTrace scope(_traceMask, 'D', "XException");
+    TraceScope const scope(buildExceptionLine);
 }
 
 XException::~XException() {
-    DestructorScope scope(_traceMask, 'D', "~XException");
+    DestructorScope const scope(destroyExceptionLine);
 }
 
 XTrapException::XTrapException(char* errorText, int logged) : XBaseException(errorText, unrecoverable, logged) {
-    XTrace scope(_traceMask, 'D', "XTrapException");
+    TraceScope const scope(buildTrapExceptionLine);
     setName("XTrapException");
 }
 
 XTrapException::XTrapException(XTrapException const& other) : XBaseException(other) {
-    XTrace scope(_traceMask, 'D', "XTrapException");
+    TraceScope const scope(buildTrapExceptionLine);
 }
 
 XTrapException::~XTrapException() {
-    DestructorScope scope(_traceMask, 'D', "~XTrapException");
+    DestructorScope const scope(destroyTrapExceptionLine);
 }

@@ -10,7 +10,8 @@
 
 namespace {
 
-const char _traceMask[] = "XLIBEXC";
+constexpr char _traceMask[] = "XLIBEXC";
+constexpr EntryLine asLogLine(_traceMask, 'F', "asLog");
 
 // The log of an exception that has none.
 std::unique_ptr<XMicrocodeLog> newDefaultLog() {
@@ -84,7 +85,7 @@ XBaseException const& XBaseException::asTrace(ZoString component, char level) co
 }
 
 XBaseException& XBaseException::asLog() {
-    XTrace scope(_traceMask, 'F', "asLog");
+    TraceScope const scope(asLogLine);
     if (isLogged() != 0) {
         return *this;
     }

@@ -10,7 +10,10 @@
 
 namespace {
 
-const char _traceMask[] = "XLIBEXC";
+constexpr char _traceMask[] = "XLIBEXC";
+constexpr EntryLine buildLine(_traceMask, 'T', "XBaseException");
+constexpr EntryLine copyLine(_traceMask, 'D', "XBaseException");
+constexpr EntryLine destroyLine(_traceMask, 'D', "~XBaseException");
 
 // What data() gives for an item that does not exist.
 XMicrocodeLogData nullData(nullptr, 0, XMicrocodeLogData::binaryFormat);
@@ -34,20 +37,19 @@ char* XBaseException::duplicate(char const* text) {
 
 XBaseException::XBaseException(char* errorText, ZoException::Severity severity, int logged)
     : ZoException(errorText, 0, severity), name_("XBaseException"), logged_(logged) {
-    XTrace scope(_traceMask, 'T', "XBaseException");
-    XTrace::write(_traceMask, 'F', message("errorText=", errorText == nullptr ? "NULL" : errorText));
-    XTrace::write(_traceMask, 'F',
-                  message("severity=", severity == recoverable ? "recoverable" : "nonrecoverable",
-                          ", logged=", logged != 0 ? "true" : "false"));
+    TraceScope const scope(buildLine);
+    traceLine(_traceMask, 'F', "errorText=", errorText == nullptr ? "NULL" : errorText);
+    traceLine(_traceMask, 'F', "severity=", severity == recoverable ? "recoverable" : "nonrecoverable",
+              ", logged=", logged != 0 ? "true" : "false");
 }
 
 XBaseException::XBaseException(ZoException const& other) : ZoException(other), name_(other.name()), logged_(0) {
-    XTrace scope(_traceMask, 'D', "XBaseException");
+    TraceScope const scope(copyLine);
 }
 
 XBaseException::XBaseException(XBaseException const& other)
     : ZoException(other), name_(other.name_), logged_(other.logged_) {
-    XTrace scope(_traceMask, 'D', "XBaseException");
+    TraceScope const scope(copyLine);
     if (other.logInfo_) {
         logInfo_.reset(other.logInfo_->clone());
     }
@@ -64,8 +66,8 @@ XBaseException::XBaseException(XBaseException const& other)
 }
 
 XBaseException::~XBaseException() {
-    DestructorScope scope(_traceMask, 'D', "~XBaseException");
-    XTrace::write(_traceMask, 'D', message("this=0x", hexadecimal(addressOf(this), 8)));
+    DestructorScope const scope(destroyLine);
+    traceLine(_traceMask, 'D', "this=0x", hexadecimal(addressOf(this), 8));
     logInfo_.reset();
     locationNames_.clear();
 }

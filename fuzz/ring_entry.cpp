@@ -141,7 +141,7 @@ void checkPrinting(Lines const& lines) {
     static Printed printed;
     zelq::TraceOptions options;
     for (bool const json : {false, true}) {
-        zelq::Output output(zelq::ColourMode::never);
+        zelq::Output output(zelq::ColourMode::never, false);
         options.json = json;
         require(printTrace(options, output) == zelq::exitFine && output.flush(), "the lines cannot be printed");
         std::string const text = printed.take();

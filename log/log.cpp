@@ -4,11 +4,13 @@
 #include <new>
 
 #include "trace/message.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLOG";
+constexpr char _traceMask[] = "XLIBLOG";
+constexpr EntryLine addDataLine(_traceMask, 'D', "addData");
+constexpr EntryLine removeAllDataLine(_traceMask, 'D', "removeAllData");
+constexpr EntryLine dataLine(_traceMask, 'D', "data");
 
 void deleteItems(std::list<XLogData*>& items) {
     for (XLogData* item : items) {
@@ -135,19 +137,19 @@ char const* XLog::logId() const {
 }
 
 XLog& XLog::addData(XLogData const& item) {
-    XTrace scope(_traceMask, 'D', "addData");
+    TraceScope const scope(addDataLine);
     appendClone(*data_, item);
     return *this;
 }
 
 XLog& XLog::removeAllData() {
-    XTrace scope(_traceMask, 'D', "removeAllData");
+    TraceScope const scope(removeAllDataLine);
     deleteItems(*data_);
     return *this;
 }
 
 std::list<XLogData*>* XLog::data() const {
-    XTrace scope(_traceMask, 'D', "data");
-    XTrace::write(_traceMask, 'D', message("returns 0x", hexadecimal(addressOf(data_), 8)));
+    TraceScope const scope(dataLine);
+    traceLine(_traceMask, 'D', "returns 0x", hexadecimal(addressOf(data_), 8));
     return data_;
 }

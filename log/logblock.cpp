@@ -2,36 +2,22 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
+#include "trace/scope.h"
 #include "zelqcood/log.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLOG";
+using namespace logLayout;
 
-// 2 is never written.
-enum Child : unsigned short { baseBlock = 0, eventNameBlock = 1, logIdBlock = 3 };
-
-constexpr PackedField<std::uint8_t, 0> logClassField = {};
-constexpr PackedField<std::uint8_t, 1> logTypeField = {};
-constexpr PackedField<std::uint16_t, 2> userField = {};
-constexpr PackedField<std::uint32_t, 4> attributesField = {};
-constexpr PackedField<std::uint32_t, 8> reserved1Field = {};
-constexpr PackedField<std::uint32_t, 12> reserved2Field = {};
-constexpr std::size_t baseBlockSize = reserved2Field.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {eventNameBlock, "eventNameBlock", BlockChildKind::text},
-    {logIdBlock, "logIdBlock", BlockChildKind::text},
-    {logDataClass, "XLogData", BlockChildKind::ownReader},
-    {microcodeLogDataClass, "XMicrocodeLogData", BlockChildKind::ownReader},
-};
+constexpr char _traceMask[] = "XLIBLOG";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 }  // namespace
 
 XLog::XLog(unsigned char* block) : XLog() {
-    XTrace scope(_traceMask, 'D', "XLog");
+    TraceScope const scope(rebuildLine);
     BlockReader reader(block, _traceMask, 'F');
     if (!reader.accepts(logClassCode)) {
         return;
@@ -55,7 +41,7 @@ XLog::XLog(unsigned char* block) : XLog() {
 }
 
 unsigned char* XLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(logClassCode);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(logClassField, logClass())

@@ -7,12 +7,12 @@
 
 #include "trace/message.h"
 #include "zelqcood/log.h"
-#include "zelqcood/trace.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLOG";
+constexpr char _traceMask[] = "XLIBLOG";
+constexpr EntryLine logLine(_traceMask, 'T', "log");
 
 // Copies as much of the text as the field takes; the field is zero behind it already.
 void putText(char* field, std::size_t most, char const* text, std::size_t length) {
@@ -22,7 +22,7 @@ void putText(char* field, std::size_t most, char const* text, std::size_t length
 }  // namespace
 
 XLog& XLog::log() {
-    XTrace scope(_traceMask, 'T', "log");
+    TraceScope const scope(logLine);
     int src = 0;
     int crc = 0;
     xlog_record_interface record = {};
@@ -39,7 +39,7 @@ XLog& XLog::log() {
     if (!data_->empty()) {
         entries.reset(new (std::nothrow) xlog_detail_entry[data_->size()]());
         if (!entries) {
-            XTrace::write(_traceMask, 'F', "Error allocation error for detlog");
+            traceLine(_traceMask, 'F', "Error allocation error for detlog");
         }
     }
     if (entries) {
@@ -63,7 +63,6 @@ XLog& XLog::log() {
 
 XLog& XLog::log(xlog_record_interface* record, int* src, int* crc) {
     *src = xlog_record(record, crc);
-    XTrace::write(_traceMask, 'F',
-                  message("xlog_record: src=", ZoString(*src), ", crc=0x", ZoString(*crc).d2x().rightJustify(4, '0')));
+    traceLine(_traceMask, 'F', "xlog_record: src=", *src, ", crc=0x", hexadecimal(static_cast<std::uint32_t>(*crc), 4));
     return *this;
 }

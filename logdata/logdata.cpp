@@ -4,21 +4,15 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
-#include "zelqcood/trace.h"
+#include "block/classlayouts.h"
+#include "trace/scope.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBLGD";
+using namespace logDataLayout;
 
-enum Child : unsigned short { baseBlock = 0, dataBlock = 1 };
-
-constexpr PackedField<std::uint16_t, 0> blockIdField = {};
-constexpr std::size_t baseBlockSize = blockIdField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {dataBlock, "dataBlock", BlockChildKind::bytes},
-};
+constexpr char _traceMask[] = "XLIBLGD";
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 // A copy of the bytes; of 0 bytes too, so that an item that was given data has a data pointer.
 // Bytes that are not there count as zero, as in a block.
@@ -102,7 +96,7 @@ XLogData* XLogData::clone() const {
 }
 
 unsigned char* XLogData::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(logDataClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>().put(blockIdField, blockId_));
     writer.addLeaf(dataBlock, data_, size_);

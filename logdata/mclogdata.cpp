@@ -1,12 +1,13 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "trace/scope.h"
 #include "zelqcood/block.h"
 #include "zelqcood/logdata.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBMLD";
+constexpr char _traceMask[] = "XLIBMLD";
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 // The zero byte behind a text is part of the item, but an item without characters has none.
 unsigned long storedSize(unsigned long size, XMicrocodeLogData::Format format) {
@@ -47,7 +48,7 @@ XMicrocodeLogData* XMicrocodeLogData::clone() const {
 }
 
 unsigned char* XMicrocodeLogData::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(microcodeLogDataClass);
     writer.addOwned(XLogData::asBinary());
     return writer.release();

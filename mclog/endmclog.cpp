@@ -1,12 +1,14 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "trace/scope.h"
 #include "zelqcood/block.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBEML";
+constexpr char _traceMask[] = "XLIBEML";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XEndMicrocodeLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 constexpr unsigned char endLogClass = 10;
 constexpr unsigned int snapshotLines = 250;
@@ -28,7 +30,7 @@ XEndMicrocodeLog::XEndMicrocodeLog(XEndMicrocodeLog const& other) = default;
 // As in the other readers, what is inside is read before the block around it is checked, and a
 // null block has been reported by then.
 XEndMicrocodeLog::XEndMicrocodeLog(unsigned char* block) : XMicrocodeLog(findBlock(block, microcodeLogClass)) {
-    XTrace scope(_traceMask, 'D', "XEndMicrocodeLog");
+    TraceScope const scope(rebuildLine);
     if (block != nullptr) {
         BlockReader(block, _traceMask, 'F').accepts(endMicrocodeLogClass);
     }
@@ -37,7 +39,7 @@ XEndMicrocodeLog::XEndMicrocodeLog(unsigned char* block) : XMicrocodeLog(findBlo
 XEndMicrocodeLog::~XEndMicrocodeLog() = default;
 
 unsigned char* XEndMicrocodeLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(endMicrocodeLogClass);
     writer.addOwned(XMicrocodeLog::asBinary());
     return writer.release();

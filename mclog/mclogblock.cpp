@@ -2,28 +2,18 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
+#include "trace/scope.h"
 #include "zelqcood/block.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBMLG";
+using namespace microcodeLogLayout;
 
-enum Child : unsigned short { baseBlock = 0, textBlock = 1, backtraceBlock = 2, secondaryRefcodeBlock = 3 };
-
-constexpr PackedField<std::uint16_t, 0> errorIdField = {};
-constexpr PackedField<std::int32_t, 2> errorReasonField = {};
-constexpr PackedField<std::int32_t, 6> ownedField = {};
-constexpr std::size_t baseBlockSize = ownedField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-    {textBlock, "textBlock", BlockChildKind::text},
-    {backtraceBlock, "backtraceBlock", BlockChildKind::text},
-    {secondaryRefcodeBlock, "SecondaryRefcodeInfo", BlockChildKind::ownReader},
-    {logClassCode, "XLog", BlockChildKind::ignored},
-};
+constexpr char _traceMask[] = "XLIBMLG";
+constexpr EntryLine rebuildLine(_traceMask, 'D', "XMicrocodeLog");
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 }  // namespace
 
@@ -35,7 +25,7 @@ XMicrocodeLog::XMicrocodeLog(unsigned char* block)
       errorReason_(0),
       owned_(0),
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
-    XTrace scope(_traceMask, 'D', "XMicrocodeLog");
+    TraceScope const scope(rebuildLine);
     BlockReader reader(block, _traceMask, 'F');
     if (block == nullptr || !reader.accepts(microcodeLogClass)) {
         return;
@@ -60,7 +50,7 @@ XMicrocodeLog::XMicrocodeLog(unsigned char* block)
 }
 
 unsigned char* XMicrocodeLog::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(microcodeLogClass);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(errorIdField, errorId())

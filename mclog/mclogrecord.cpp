@@ -1,5 +1,6 @@
 // Recording a microcode log, and the trace snapshots that go with it.
 
+#include <cstring>
 #include <new>
 
 #include "block/packedfields.h"
@@ -33,21 +34,31 @@ void removeFirst(std::list<XLogData*>& items) {
 // The service takes 8 bits of a block id, but the two formats need 9: they get numbers instead.
 void numberFormats(std::list<XLogData*> const& items) {
     constexpr unsigned short firstNumber = 3;
-    constexpr unsigned short firstTextNumber = 0xE0;
-    constexpr unsigned short lastTextNumber = 0xEC;  // the items of the log itself follow
     unsigned short number = firstNumber;
-    unsigned short textNumber = firstTextNumber;
+    unsigned short textNumber = firstTextItem;
     for (XLogData* item : items) {
         if (item->size() == 0) {
             continue;
         }
         bool const isText = item->blockId() == XMicrocodeLogData::textFormat;
-        if (isText && textNumber <= lastTextNumber) {
+        if (isText && textNumber <= lastTextItem) {
             item->setBlockId(textNumber++);
         } else if (isText || item->blockId() == XMicrocodeLogData::binaryFormat) {
             item->setBlockId(number++);
         }
     }
+}
+
+// Of a buffer that may end in thousands of zero bytes.
+std::size_t lengthWithoutZeros(char const* buffer, std::size_t length) {
+    constexpr char zeros[64] = {};
+    while (length >= sizeof zeros && std::memcmp(buffer + length - sizeof zeros, zeros, sizeof zeros) == 0) {
+        length -= sizeof zeros;
+    }
+    while (length > 0 && buffer[length - 1] == '\0') {
+        --length;
+    }
+    return length;
 }
 
 // One snapshot as an item, when the fetch succeeds: the text and one byte behind it, which is zero
@@ -60,10 +71,7 @@ void addSnapshot(XMicrocodeLog& log, unsigned int lines, MicrocodeLogItem blockI
     }
     std::unique_ptr<char[]> const buffer(new char[size]());
     int const result = fetch(buffer.get());
-    std::size_t length = std::size_t{lines} * lineWidth;
-    while (length > 0 && buffer[length - 1] == '\0') {
-        --length;
-    }
+    std::size_t const length = lengthWithoutZeros(buffer.get(), std::size_t{lines} * lineWidth);
     if (result == 0) {
         log.addData(XLogData(buffer.get(), static_cast<unsigned long>(length + 1), blockId));
     }

@@ -4,11 +4,12 @@
 #include "mclog/traceitems.h"
 #include "trace/message.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBMLG";
+constexpr char _traceMask[] = "XLIBMLG";
+constexpr EntryLine secondaryRefcodesLine(_traceMask, 'D', "secondaryRefcodes");
+constexpr EntryLine mergeLine(_traceMask, 'T', "operator+=");
 
 }  // namespace
 
@@ -74,8 +75,8 @@ private:
 };
 
 std::list<XMicrocodeLog::SecondaryRefcodeInfo>* XMicrocodeLog::secondaryRefcodes() const {
-    XTrace scope(_traceMask, 'D', "secondaryRefcodes");
-    XTrace::write(_traceMask, 'D', message("returns 0x", hexadecimal(addressOf(secondaryRefcodes_.get()), 8)));
+    TraceScope const scope(secondaryRefcodesLine);
+    traceLine(_traceMask, 'D', "returns 0x", hexadecimal(addressOf(secondaryRefcodes_.get()), 8));
     return secondaryRefcodes_.get();
 }
 
@@ -88,7 +89,7 @@ XMicrocodeLog::SecondaryRefcodeInfo XMicrocodeLog::referenceCode() const {
 }
 
 XMicrocodeLog& XMicrocodeLog::operator+=(XMicrocodeLog const& other) {
-    XTrace scope(_traceMask, 'T', "operator+=");
+    TraceScope const scope(mergeLine);
     Rollback rollback(*this);
     if (isOwned() == 0) {
         takeOverReferenceCode(other);

@@ -1,26 +1,18 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
+#include "block/classlayouts.h"
+#include "trace/scope.h"
 #include "zelqcood/mclog.h"
-#include "zelqcood/trace.h"
 
 namespace {
 
-const char _traceMask[] = "XLIBMLG";
+using namespace secondaryRefcodeLayout;
+
+constexpr char _traceMask[] = "XLIBMLG";
+constexpr EntryLine asBinaryLine(_traceMask, 'F', "asBinary");
 
 // The record's own type, which means something only inside a microcode log's block.
-constexpr unsigned short refcodeType = 3;
-
-enum Child : unsigned short { baseBlock = 0 };
-
-constexpr PackedField<std::uint8_t, 0> logClassField = {};
-constexpr PackedField<std::uint8_t, 1> logTypeField = {};
-constexpr PackedField<std::uint16_t, 2> errorIdField = {};
-constexpr PackedField<std::int32_t, 4> errorReasonField = {};
-constexpr std::size_t baseBlockSize = errorReasonField.end;
-
-constexpr BlockChildKind children[] = {
-    {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
-};
+constexpr unsigned short refcodeType = microcodeLogLayout::secondaryRefcodeBlock;
 
 }  // namespace
 
@@ -62,7 +54,7 @@ int XMicrocodeLog::SecondaryRefcodeInfo::errorReason() const {
 }
 
 unsigned char* XMicrocodeLog::SecondaryRefcodeInfo::asBinary() const {
-    XTrace scope(_traceMask, 'F', "asBinary");
+    TraceScope const scope(asBinaryLine);
     BlockWriter writer(refcodeType);
     writer.addFields(baseBlock, PackedFields<baseBlockSize>()
                                     .put(logClassField, logClass())

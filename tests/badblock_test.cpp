@@ -24,17 +24,6 @@ Block rebuild(Kind kind, unsigned char* block, std::vector<std::string>& reporte
     return again;
 }
 
-// Sizes are filled in here, so that the cases show what is odd about them: ".." stands for the
-// number of bytes from its place to the end of the text.
-Bytes withSizes(std::string text) {
-    for (std::size_t at = text.rfind(".."); at != std::string::npos; at = text.rfind("..")) {
-        std::size_t const size = fromHex(text.substr(at + 2)).size() + 4;
-        unsigned char const bytes[] = {static_cast<unsigned char>(size), static_cast<unsigned char>(size >> 8), 0, 0};
-        text.replace(at, 2, toHex(bytes, 4));
-    }
-    return fromHex(text);
-}
-
 char const emptyItem[] = "1A 00 00 00 05 80 01 00 0A 00 00 00 00 00 01 00 00 00 08 00 00 00 01 00 01 00";
 char const emptyLog[] =
     "32 00 00 00 02 80 01 00 18 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "

@@ -1,6 +1,7 @@
 #!/bin/sh
-# library_file_test.sh BUILD: what the library files tell the loader and the programs that use
-# them: names, needed libraries, exported symbols, module information.
+# library_file_test.sh BUILD HARDENED: what the library files tell the loader and the programs that
+# use them: names, needed libraries, exported symbols, module information; and, when HARDENED is 1, how
+# they and the viewer are protected.
 set -eu
 build=$(cd "$1" && pwd)
 cd "$(dirname "$0")"
@@ -24,6 +25,9 @@ for name in zelqcood zelqcoob pumwtrac zelqsp1; do
     diff -u "$work/expected" "$work/exported" >&2 || fail "exported symbols of $file differ from exported/$name.txt"
 done
 
+# Its signal handlers may be in force when a program unloads it.
+readelf -d "$(find "$build" -name libzelqsp1.so | head -n 1)" | grep -q 'NODELETE' || fail "libzelqsp1.so can be unloaded"
+
 file=$(find "$build" -name libzelqcood.so | head -n 1)
 readelf -d "$file" | sed -n 's/.*(NEEDED).*\[\(.*\)\]/\1/p' >"$work/needed"
 for name in zelqsp1 zelqcoob pumwtrac; do
@@ -41,5 +45,18 @@ done <<END
 @@MODULE_INFO_SUMMARY_BEGIN@@Unknown /.*@@MODULE_INFO_SUMMARY_END@@
 END
 [ "$(wc -l <"$work/information")" -eq 5 ] || fail "module information: not five texts"
+
+if [ "$2" -eq 1 ]; then
+    for name in libzelqcood.so libzelqcoob.so libpumwtrac.so libzelqsp1.so zelq; do
+        file=$(find "$build" -name "$name" -type f | head -n 1)
+        readelf -lW "$file" >"$work/segments"
+        grep -q GNU_RELRO "$work/segments" || fail "$name is not relocated read-only"
+        grep -q 'GNU_STACK .* RW  *0x' "$work/segments" || fail "the stack of $name is executable"
+        readelf -dW "$file" | grep -qw NOW || fail "$name is bound lazily"
+        nm -D "$file" >"$work/symbols"
+        grep -q __stack_chk_fail "$work/symbols" || fail "$name is without stack protector"
+    done
+    grep -q '__[a-z]*_chk' "$work/symbols" || fail "zelq is built without _FORTIFY_SOURCE"
+fi
 
 [ "$failures" -eq 0 ]

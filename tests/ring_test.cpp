@@ -153,6 +153,41 @@ TEST_F(Ring, CutsLongLinesAndKeepsErrno) {
     }
 }
 
+TEST_F(Ring, ReadsALineWhereverItLiesAndNothingBehindIt) {
+    constexpr std::size_t longest = 202, alignments = 17;
+    EXPECT_EQ(0, inChild([] {
+                  // The line's zero byte is the last one that can be read; or other text follows.
+                  auto const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+                  auto* const memory = static_cast<char*>(
+                      mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+                  ASSERT_NE(MAP_FAILED, static_cast<void*>(memory));
+                  ASSERT_EQ(0, mprotect(memory + page, page, PROT_NONE));
+                  for (std::size_t length = 0; length <= longest; ++length) {
+                      for (std::size_t behind = 0; behind < alignments; ++behind) {
+                          std::memset(memory, 'y', page);
+                          char* const line = memory + page - 1 - behind - length;
+                          std::memset(line, 'x', length);
+                          line[length] = '\0';
+                          xtr_trace(line);
+                      }
+                  }
+              }));
+    RingReader reader;
+    ASSERT_EQ(0, reader.open());
+    Lines const lines = newest(reader, (longest + 1) * alignments);
+    ASSERT_EQ((longest + 1) * alignments, lines.size());
+    std::string const file = contents(ring_);
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        std::size_t const length = std::min<std::size_t>(i / alignments, 199);
+        ASSERT_EQ(std::string(length, 'x'), lines[i].line()) << i;
+    }
+    for (std::size_t slot = zelq::ringHeaderSize; slot < file.size(); slot += zelq::ringSlotSize) {
+        constexpr std::size_t textAt = offsetof(zelq::RingSlot, text);
+        std::string const behind = file.substr(slot + textAt, zelq::ringSlotSize - textAt);
+        ASSERT_EQ(std::string::npos, behind.find('y')) << "what lies behind a line is not the ring's business";
+    }
+}
+
 TEST_F(Ring, DumpsBytes) {
     setenv("ZELQ_RING_SIZE", "64K", 1);
     std::string bytes;

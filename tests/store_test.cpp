@@ -1,89 +1,19 @@
 // The error-log service with its real store: what it writes, and what it answers when it cannot.
 
-#include <fcntl.h>
-#include <pthread.h>
-#include <sys/file.h>
-#include <sys/resource.h>
+#include "storefixture.h"
+
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <unistd.h>
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
+#include <ctime>
 #include <functional>
-#include <map>
-#include <memory>
 #include <set>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include "support/failingnew.h"
 #include "zelqplatform/errorlog_service.h"
 
+namespace storetest {
 namespace {
-
-namespace fs = std::filesystem;
-using rapidjson::Document;
-using rapidjson::Value;
-
-struct Item {
-    std::uint8_t id;
-    std::string bytes;
-};
-
-/// A record that owns what it points to.
-class TestRecord {
-public:
-    explicit TestRecord(std::vector<Item> items = {}, std::string const& event = "EVENT",
-                        std::string const& logId = "a log")
-        : items_(std::move(items)), entries_(items_.size()) {
-        std::memset(&record_, 0, sizeof record_);
-        record_.attributes = XLOG_ERROR | XLOG_STANDARD_BLOCK;
-        record_.logClass = 10;
-        record_.logType = 2;
-        record_.user = 0x1234;
-        event.copy(record_.eventName, sizeof record_.eventName);
-        logId.copy(record_.logId, sizeof record_.logId);
-        for (std::size_t i = 0; i < items_.size(); ++i) {
-            std::string const& bytes = items_[i].bytes;
-            xlog_detail_entry* const next = i + 1 < items_.size() ? &entries_[i + 1] : nullptr;
-            entries_[i] = {static_cast<std::uint32_t>(bytes.size()), items_[i].id, {}, bytes.data(), next};
-        }
-        record_.details = items_.empty() ? nullptr : entries_.data();
-    }
-
-    xlog_record_interface* operator->() { return &record_; }
-
-    /// Result and crc, for instance "0 0".
-    std::string store() {
-        int crc = -1;
-        errno = 4711;
-        int const result = xlog_record(&record_, &crc);
-        EXPECT_EQ(errno, 4711);
-        return std::to_string(result) + " " + std::to_string(crc);
-    }
-
-private:
-    std::vector<Item> items_;
-    std::vector<xlog_detail_entry> entries_;
-    xlog_record_interface record_;
-};
-
-std::string failure(int result, int crc) {
-    return std::to_string(result) + " " + std::to_string(crc);
-}
 
 std::string decodeBase64(std::string const& text) {
     static std::string const digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -105,41 +35,11 @@ std::string decodeBase64(std::string const& text) {
     return bytes;
 }
 
-std::string text(Value const& value) {
-    return {value.GetString(), value.GetStringLength()};
-}
-
 /// The bytes that a stored item stands for.
 std::string bytesOf(Value const& item) {
     std::string bytes = item.HasMember("text") ? text(item["text"]) : decodeBase64(text(item["base64"]));
     bytes.resize(item["size"].GetUint());
     return bytes;
-}
-
-std::string contents(fs::path const& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream all;
-    all << file.rdbuf();
-    return all.str();
-}
-
-void append(fs::path const& path, std::string const& bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::app) << bytes;
-}
-
-std::vector<std::string> linesOf(fs::path const& path) {
-    std::vector<std::string> lines;
-    std::istringstream all(contents(path));
-    for (std::string line; std::getline(all, line);) {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-bool isJson(std::string const& line) {
-    Document document;
-    document.Parse<rapidjson::kParseValidateEncodingFlag>(line.data(), line.size());
-    return !document.HasParseError() && document.IsObject() && line.find('\0') == std::string::npos;
 }
 
 /// The line with "@" in place of what the first such field of it holds.
@@ -148,47 +48,6 @@ std::string withoutValue(std::string line, std::string const& key) {
     std::size_t const value = found == std::string::npos ? line.size() : found + key.size() + 3;
     return line.substr(0, value) + "@" + line.substr(std::min(line.find(',', value), line.size()));
 }
-
-class StoreTest : public testing::Test {
-protected:
-    StoreTest() {
-        char name[] = "/tmp/store_test.XXXXXX";
-        root_ = mkdtemp(name);
-        folder_ = root_ / "state";
-        setenv("ZELQ_DIR", folder_.c_str(), 1);
-        unsetenv("ZELQ_STORE_SIZE");
-        unsetenv("ZELQ_STORE_FILES");
-        TestRecord({}, "FIRST").store();  // takes losses of earlier tests with it
-        fs::remove(store());
-    }
-    ~StoreTest() override { fs::remove_all(root_); }
-
-    fs::path store(int index = 0) const {
-        return folder_ / (index == 0 ? "errors.jsonl" : "errors.jsonl." + std::to_string(index));
-    }
-    fs::path lock() const { return folder_ / "errors.lock"; }
-
-    std::string lastLine() const {
-        std::vector<std::string> const lines = linesOf(store());
-        return lines.empty() ? "" : lines.back();
-    }
-
-    Document lastRecord() const {
-        Document document;
-        std::string const line = lastLine();
-        EXPECT_TRUE(isJson(line)) << line;
-        document.Parse(line.data(), line.size());
-        return document;
-    }
-
-    unsigned lostBefore() const {
-        Document const record = lastRecord();
-        return record.HasMember("lost_before") ? record["lost_before"].GetUint() : 0;
-    }
-
-    fs::path root_;
-    fs::path folder_;
-};
 
 TEST_F(StoreTest, lineOfARecord) {
     TestRecord record({{1, "hello\n\"world\"\\"}, {2, std::string("text\0", 5)}, {255, "\x01\xFE"}, {4, ""}});
@@ -325,7 +184,13 @@ TEST_F(StoreTest, resultsWhenTheStoreIsUnusable) {
         fs::create_directory(path);
         chmod(path.c_str(), 0770);
     };
-    Row const rows[] = {
+    auto const give = [](fs::path const& path) {
+        return [path] {
+            append(path, "");
+            ASSERT_EQ(chown(path.c_str(), 12345, 12345), 0);
+        };
+    };
+    std::vector<Row> rows = {
         {"folder is a file", replace(folder_, file), failure(XLOG_NO_FOLDER, ENOTDIR)},
         {"folder is a link", replace(folder_, link), failure(XLOG_NO_FOLDER, ENOTDIR)},
         {"others may write into the folder", replace(folder_, open), failure(XLOG_NO_FOLDER, EPERM)},
@@ -336,6 +201,11 @@ TEST_F(StoreTest, resultsWhenTheStoreIsUnusable) {
         {"lock is a link", replace(lock(), link), failure(XLOG_NO_LOCK, ELOOP)},
         {"lock is a fifo", replace(lock(), fifo), failure(XLOG_NO_LOCK, ENXIO)},
     };
+    if (geteuid() == 0) {
+        rows.push_back({"somebody else's folder", give(folder_), failure(XLOG_NO_FOLDER, EPERM)});
+        rows.push_back({"somebody else's store", give(store()), failure(XLOG_NO_STORE, EPERM)});
+        rows.push_back({"somebody else's lock", give(lock()), failure(XLOG_NO_LOCK, EPERM)});
+    }
     unsigned failures = 0;
     for (Row const& row : rows) {
         fs::remove_all(folder_);
@@ -382,46 +252,6 @@ TEST_F(StoreTest, childDoesNotRepeatItsParentsLosses) {
     EXPECT_EQ(lostBefore(), 1U);
 }
 
-TEST_F(StoreTest, tornTailIsClosed) {
-    for (std::string const torn : {"{\"v\":1,\"id", "x", "\xC3"}) {
-        fs::remove(store());
-        ASSERT_EQ(TestRecord().store(), "0 0");
-        append(store(), torn);
-        ASSERT_EQ(TestRecord().store(), "0 0");
-        std::vector<std::string> const lines = linesOf(store());
-        ASSERT_EQ(lines.size(), 3U);
-        EXPECT_TRUE(isJson(lines[0]) && isJson(lines[2]));
-        EXPECT_EQ(lines[1], torn);
-    }
-}
-
-// In a child, because such a limit cannot be taken back.
-TEST_F(StoreTest, fullDiskLeavesNoPiece) {
-    struct Row {
-        rlim_t roomLeft;
-        std::string outcome;
-    };
-    for (Row const& row : {Row{100, failure(XLOG_WRITE_FAILED, ENOSPC)}, Row{0, failure(XLOG_WRITE_FAILED, EFBIG)}}) {
-        fs::remove(store());
-        TestRecord().store();
-        std::string const before = contents(store());
-        pid_t const child = fork();
-        if (child == 0) {
-            signal(SIGXFSZ, SIG_IGN);
-            rlimit const full = {before.size() + row.roomLeft, RLIM_INFINITY};
-            setrlimit(RLIMIT_FSIZE, &full);
-            bool good = TestRecord().store() == row.outcome && contents(store()) == before;
-            rlimit const roomy = {RLIM_INFINITY, RLIM_INFINITY};
-            setrlimit(RLIMIT_FSIZE, &roomy);
-            good = good && TestRecord().store() == "0 0" && lostBefore() == 1;
-            _exit(good ? 0 : 1);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        EXPECT_EQ(status, 0) << row.outcome;
-    }
-}
-
 TEST_F(StoreTest, rotationKeepsOrderAndBounds) {
     setenv("ZELQ_STORE_SIZE", "4K", 1);
     setenv("ZELQ_STORE_FILES", "3", 1);
@@ -448,61 +278,6 @@ TEST_F(StoreTest, rotationKeepsOrderAndBounds) {
     EXPECT_FALSE(fs::exists(store(2)));
 }
 
-TEST_F(StoreTest, failedRotationLosesNothing) {
-    setenv("ZELQ_STORE_SIZE", "4K", 1);
-    setenv("ZELQ_STORE_FILES", "3", 1);
-    fs::create_directories(store(2) / "in the way");
-    for (int i = 0; i < 20; ++i) {
-        ASSERT_EQ(TestRecord({{1, std::string(600, 'x')}}).store(), "0 0");
-    }
-    EXPECT_EQ(linesOf(store(1)).size(), 4U);  // moved while there was room
-    EXPECT_EQ(linesOf(store()).size(), 16U);
-    EXPECT_TRUE(fs::exists(store(2) / "in the way"));
-}
-
-TEST_F(StoreTest, waitsForTheLockButNotForEver) {
-    int const held = open(lock().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_EQ(flock(held, LOCK_EX), 0);
-    std::thread([held] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        flock(held, LOCK_UN);
-    }).detach();
-    EXPECT_EQ(TestRecord().store(), "0 0");
-
-    ASSERT_EQ(flock(held, LOCK_EX), 0);
-    auto const begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(TestRecord().store(), failure(XLOG_NO_LOCK, EAGAIN));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(15));
-    close(held);
-}
-
-TEST_F(StoreTest, removedLockIsNotTrusted) {
-    int const held = open(lock().c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    ASSERT_EQ(flock(held, LOCK_EX), 0);
-    std::thread([this, held] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        fs::remove(lock());
-        close(held);
-    }).detach();
-    EXPECT_EQ(TestRecord().store(), "0 0");
-    EXPECT_TRUE(fs::exists(lock()));
-}
-
-TEST_F(StoreTest, cancelledThreadFinishesItsRecord) {
-    std::string outcome;
-    std::thread thread([&outcome] {
-        pthread_cancel(pthread_self());
-        int crc = -1;
-        TestRecord record;
-        outcome = std::to_string(xlog_record(record.operator->(), &crc));
-        pthread_testcancel();
-        outcome = "not cancelled";
-    });
-    thread.join();
-    EXPECT_EQ(outcome, "0");
-    EXPECT_EQ(TestRecord().store(), "0 0");  // the lock is free
-}
-
 TEST_F(StoreTest, everyAllocationMayFail) {
     unsigned failures = 0;
     TestRecord record({{1, std::string(5000, 'x')}, {2, std::string(500, '\xFF')}}, "\xFF\xFF",
@@ -527,92 +302,5 @@ TEST_F(StoreTest, everyAllocationMayFail) {
     EXPECT_EQ(lostBefore(), failures);
 }
 
-constexpr int writers = 4;
-constexpr int threadsPerWriter = 3;
-
-// Acknowledges each stored record by its event name, in one write that a pipe keeps whole.
-[[noreturn]] void recordUntilKilled(int writer, int records, int acknowledgements) {
-    auto const work = [=](int thread) {
-        for (int i = 0; i < records; ++i) {
-            std::string const name = std::to_string(writer) + "-" + std::to_string(thread) + "-" + std::to_string(i);
-            std::size_t const size = static_cast<std::size_t>(i * 7919 % 30000);
-            if (TestRecord({{1, std::string(size, 'x')}}, name).store() == "0 0") {
-                std::string const line = name + "\n";
-                if (write(acknowledgements, line.data(), line.size()) < 0) {
-                    _exit(1);
-                }
-            }
-        }
-    };
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < threadsPerWriter; ++thread) {
-        threads.emplace_back(work, thread);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    _exit(0);
-}
-
-TEST_F(StoreTest, acknowledgedRecordsSurviveKilledWriters) {
-    setenv("ZELQ_STORE_SIZE", "4M", 1);
-    setenv("ZELQ_STORE_FILES", "100", 1);
-    int pipeEnds[2];
-    ASSERT_EQ(pipe(pipeEnds), 0);
-    std::string acknowledged;
-    std::thread reader([&] {
-        char buffer[4096];
-        for (ssize_t count = 0; (count = read(pipeEnds[0], buffer, sizeof buffer)) > 0;) {
-            acknowledged.append(buffer, static_cast<std::size_t>(count));
-        }
-    });
-    std::vector<pid_t> pids;
-    for (int writer = 0; writer < writers; ++writer) {
-        pid_t const pid = fork();
-        if (pid == 0) {
-            recordUntilKilled(writer, writer % 2 == 0 ? 1000000 : 40, pipeEnds[1]);
-        }
-        pids.push_back(pid);
-    }
-    close(pipeEnds[1]);
-    for (int writer = 0; writer < writers; ++writer) {
-        int status = 0;
-        if (writer % 2 == 0) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(300 + 137 * writer));
-            kill(pids[static_cast<std::size_t>(writer)], SIGKILL);
-        }
-        waitpid(pids[static_cast<std::size_t>(writer)], &status, 0);
-        EXPECT_EQ(status, writer % 2 == 0 ? SIGKILL : 0);
-    }
-    reader.join();
-    close(pipeEnds[0]);
-    ASSERT_EQ(TestRecord({}, "LAST").store(), "0 0");
-
-    std::map<std::string, int> stored;
-    int badLines = 0;
-    for (int index = 0; index < 100 && fs::exists(store(index)); ++index) {
-        EXPECT_EQ(contents(store(index)).back(), '\n');
-        for (std::string const& line : linesOf(store(index))) {
-            if (!isJson(line)) {
-                ++badLines;
-                continue;
-            }
-            Document record;
-            record.Parse(line.data(), line.size());
-            ++stored[text(record["event"])];
-            EXPECT_FALSE(record.HasMember("lost_before"));
-        }
-    }
-    EXPECT_LE(badLines, writers / 2);  // one for each that was killed
-    int count = 0;
-    std::istringstream names(acknowledged);
-    for (std::string name; std::getline(names, name); ++count) {
-        EXPECT_EQ(stored[name], 1) << name;
-    }
-    EXPECT_GE(count, 2 * threadsPerWriter * 40);
-    for (auto const& entry : stored) {
-        EXPECT_EQ(entry.second, 1) << entry.first;
-    }
-}
-
 }  // namespace
+}  // namespace storetest

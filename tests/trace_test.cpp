@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 
 #include "support/failingnew.h"
 #include "support/fakeservices.h"
+#include "trace/message.h"
 
 namespace {
 
@@ -86,6 +89,41 @@ TEST(Trace, LaysOutDumpLabels) {
         EXPECT_EQ(traceCalls()[0].length, 3ul);
         EXPECT_EQ(traceCalls()[1].length, 2ul);
         EXPECT_EQ(traceCalls()[1].handle, 5u);
+    }
+}
+
+void expectRendered(unsigned long number) {
+    clearTrace();
+    traceLine("XLIBBLK", 'D', number, " ", hexadecimal(number), " ", hexadecimal(number, 8), " ",
+              hexadecimal(number, 16));
+    char expected[100];
+    std::snprintf(expected, sizeof expected, "XLIBBLKD: %lu %lX %08lX %016lX", number, number, number & 0xFFFFFFFF,
+                  number);
+    ASSERT_EQ(traceCalls().at(0).line, expected);
+}
+
+TEST(Trace, RendersNumbersOfAllLengths) {
+    for (unsigned long power = 1; power != 0; power = power > ~0UL / 10 ? 0 : power * 10) {
+        for (unsigned long digit = 1; digit < 10; ++digit) {
+            expectRendered(power * digit - 1);
+            expectRendered(power * digit);
+            expectRendered(power * digit + power / 7);
+        }
+    }
+    for (unsigned long power = 1; power != 0; power *= 2) {
+        expectRendered(power);
+        expectRendered(~power);
+    }
+    EXPECT_EQ(message(0, " ", -1, " ", INT_MIN, " ", 65535), "0 -1 -2147483648 65535");
+}
+
+TEST(Trace, CutsALineThatIsPutTogetherAtAnyPiece) {
+    for (std::size_t length = 150; length < 200; ++length) {
+        clearTrace();
+        std::string const text = repeated('t', length);
+        traceLine("XLIBBLK", 'D', "text=", text.c_str(), ", number=", ~0UL, ", ", text.c_str());
+        std::string const whole = "XLIBBLKD: text=" + text + ", number=" + std::to_string(~0UL) + ", " + text;
+        EXPECT_EQ(traceCalls().at(0).line, whole.substr(0, 199));
     }
 }
 

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "trapfixture.h"
+#include "zelqcood/exception.h"
+#include "zelqcood/trap.h"
 
 namespace traptest {
 namespace {
@@ -188,6 +190,12 @@ TEST(TrapSetup, TellsWhatTheSystemRefused) {
         EXPECT_EQ(before, actionOf(SIGSEGV).sa_sigaction) << "half done";
         EXPECT_FALSE(hasStack());
         expectUnset(XPCE_NOT_SET_UP, EPERM);
+        try {
+            XTrapHandler(XTrapHandler::serviceProcess, nullptr);
+            ADD_FAILURE() << "set up";
+        } catch (XException const& failure) {
+            EXPECT_FALSE(failure.isLogged()) << "the catcher would not record it, and nobody else has";
+        }
     };
     EXPECT_EQ(inChild(noAction), ended(0, ""));
     auto const noRestoring = [] {

@@ -3,8 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include "output.h"
-
 namespace zelq {
 
 void complainAboutFolder(std::string const& path, int failure) {
@@ -17,6 +15,23 @@ void complainAboutFolder(std::string const& path, int failure) {
         reason = "its path is too long";
     }
     complain("cannot use the folder '" + path + "': " + reason);
+}
+
+ExitStatus openStore(StoreReader& store) {
+    int const failure = store.open();
+    if (failure == ENOENT || (failure == 0 && store.isMissing())) {
+        complain("no records yet: there is no store in '" + store.files().folder() + "'");
+        return exitNothing;
+    }
+    if (failure != 0) {
+        complainAboutFolder(store.files().folder(), failure);
+        return exitFailed;
+    }
+    return exitFine;
+}
+
+void complainAboutNothing(StoreReader const& store, LogFilter const& filter) {
+    complain((filter.isEmpty() ? "no records in '" : "no records match in '") + store.files().folder() + "'");
 }
 
 }  // namespace zelq

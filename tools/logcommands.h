@@ -2,31 +2,60 @@
 #define ZELQ_LOGCOMMANDS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <optional>
 #include <string>
 
+#include "logfilter.h"
+#include "logwriter.h"
 #include "output.h"
+
+// What `zelq log` can do. Each function returns an ExitStatus.
 
 namespace zelq {
 
 struct LogListOptions {
+    LogFilter filter;
     std::size_t newest = std::numeric_limits<std::size_t>::max();  ///< how many
-    std::optional<long long> sinceUs;                              ///< microseconds since 1970
-    bool json = false;                                             ///< the stored lines as they are
+    LogWriter::Options writer;
 };
 
 struct LogShowOptions {
-    bool full = false;  ///< the traces in the record of a microcode log, unfolded
-    bool json = false;  ///< the stored line as it is
+    LogFilter filter;
+    std::string id;  ///< how it begins, in lower-case digits; empty for the newest record
+    LogWriter::Options writer;
 };
 
-/// Prints one line for each record that matches, the newest last. Returns an ExitStatus.
+struct LogStatsOptions {
+    LogFilter filter;
+    bool json = false;
+};
+
+struct LogPruneOptions {
+    std::optional<long long> sinceUs;    ///< records before this moment go
+    std::optional<std::uint64_t> bytes;  ///< so many bytes of the newest lines may stay
+    bool isDryRun = false;
+};
+
+/// Prints the records that match, the newest last unless the order is reversed.
 int listLogs(LogListOptions const& options, Output& output);
 
-/// Prints everything about one record: the one whose id begins with `id`, in lower-case digits, or
-/// the newest one when `id` is empty. Returns an ExitStatus.
-int showLog(std::string const& id, LogShowOptions const& options, Output& output);
+/// Prints the records that match, then those that come, without an end: across new files of the
+/// store, and for a store that is not there yet. Ends when the output fails.
+int followLogs(LogListOptions const& options, Output& output);
+
+/// Prints one of the records that match: the one whose id begins so, or the newest.
+int showLog(LogShowOptions const& options, Output& output);
+
+/// Counts the records that match by severity, event and reference code.
+int countLogs(LogStatsOptions const& options, Output& output);
+
+/// Reads every line of the store and names each that is no record.
+int verifyStore(Output& output);
+
+/// Removes old records, beside programs that write new ones.
+int pruneStore(LogPruneOptions const& options, Output& output);
 
 }  // namespace zelq
 

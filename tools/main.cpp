@@ -4,119 +4,85 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
+#include <cstdio>
 #include <cstring>
-#include <ctime>
-#include <iostream>
 #include <map>
 #include <new>
 #include <optional>
+#include <sstream>
 #include <string>
 
 #include <CLI/CLI.hpp>
 
-#include "logcommands.h"
+#include "arguments.h"
+#include "blockcommand.h"
+#include "logcommandline.h"
 #include "output.h"
-#include "timetext.h"
 #include "tracecommand.h"
 
 namespace {
 
-/// What the options say, as text where the text has a meaning of its own. The commands share it:
-/// only one of them runs.
-struct CommandLine {
+/// What the options of `trace` say.
+struct TraceCommandLine {
     std::string newest;
-    std::string since;
     std::string format = "short";
-    std::string id;
-    zelq::ColourMode colour = zelq::ColourMode::automatic;
     bool follow = false;
-    bool full = false;
     std::optional<std::uint32_t> pid;
     std::optional<std::uint32_t> tid;
     std::optional<std::uint32_t> handle;
 };
 
-/// A mistake on the command line that only shows when the values are looked at.
-struct UsageError {
-    std::string message;
-};
-
-// The values are read here and not by the parser, whose messages would not name the fault.
-std::size_t parseNewest(std::string const& text) {
-    if (text == "all") {
-        return std::numeric_limits<std::size_t>::max();
-    }
-    char* end = nullptr;
-    errno = 0;
-    unsigned long long const count = std::strtoull(text.c_str(), &end, 10);
-    if (std::isdigit(static_cast<unsigned char>(text[0])) == 0 || *end != '\0' || errno != 0 || count > SIZE_MAX) {
-        throw UsageError{"not a number of lines: '" + text + "'"};
-    }
-    return static_cast<std::size_t>(count);
-}
-
-long long parseSince(std::string const& text) {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    long long since = 0;
-    if (!zelq::parseGivenTime(text, static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000, &since)) {
-        throw UsageError{"not a time: '" + text + "' (such as \"2026-11-22 10:00\", \"10 min ago\", yesterday)"};
-    }
-    return since;
-}
-
-std::string parseId(std::string text) {
-    for (char& c : text) {
-        if (std::isxdigit(static_cast<unsigned char>(c)) == 0) {
-            throw UsageError{"not an id: '" + text + "' (hexadecimal digits, at least the first of them)"};
-        }
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    }
-    return text;
-}
-
-void addFormat(CLI::App& command, CommandLine& line) {
-    command.add_option("-o,--output", line.format, "short, for people, or json, one object per line")
+CLI::App& addTrace(CLI::App& app, TraceCommandLine& line) {
+    CLI::App& trace = *app.add_subcommand("trace", "trace lines, oldest first");
+    trace.add_option("-n,--lines", line.newest, "only the newest N lines (10 when N is left out)")
+        ->expected(0, 1)
+        ->default_str("10")
+        ->type_name("N");
+    trace.add_flag("-f,--follow", line.follow, "begin with the newest 10 lines, then show new ones");
+    trace.add_option("--pid", line.pid, "only lines of this process")->type_name("PID");
+    trace.add_option("--tid", line.tid, "only lines of this thread")->type_name("TID");
+    trace.add_option("--handle", line.handle, "only lines of this trace; 0 is the default one")->type_name("NUMBER");
+    trace.add_option("-o,--output", line.format, "short, for people, or json, one object per line")
         ->check(CLI::IsMember({"short", "json"}).description(""))
         ->type_name("FORMAT");
+    return trace;
 }
 
-void addNewest(CLI::App& command, CommandLine& line, char const* what) {
-    command.add_option("-n,--lines", line.newest, what)->expected(0, 1)->default_str("10")->type_name("N");
+/// What the options of `block` say.
+struct BlockCommandLine {
+    zelq::BlockOptions options;
+    std::string format = "short";
+};
+
+CLI::App& addBlock(CLI::App& app, BlockCommandLine& line) {
+    CLI::App& block = *app.add_subcommand("block", "what a binary block holds, as a tree");
+    block.add_option("FILE", line.options.file, "the file; standard input without one or with -")->type_name("");
+    block.add_flag("--offsets", line.options.offsets, "before each line, where in the block it is from");
+    block.add_flag("--full", line.options.full, "long data and traces, which are folded otherwise");
+    CLI::Option* const raw = block.add_flag("--raw", line.options.raw, "the file is the block, byte for byte");
+    block.add_flag("--hex", line.options.hex, "the file is a hex dump")->excludes(raw);
+    block.add_option("-o,--output", line.format, "short, for people, or json, one object per block")
+        ->check(CLI::IsMember({"short", "json"}).description(""))
+        ->type_name("FORMAT");
+    block.footer(
+        "A file of printable ASCII is taken for a hex dump, any other for the block itself:\n"
+        "a block is never text, since its header has control bytes. A hex dump is words of\n"
+        "two digits a byte, or lines with offsets as from xxd, hexdump -C and dumps in the\n"
+        "trace. Several blocks may follow each other. More than 64 MiB are refused.\n"
+        "With -o json no byte is lost: an object stands for its header (size, type, format;\n"
+        "little-endian), then the bytes of \"hex\", of \"children\" and of \"rest\".\n"
+        "Exit status 3: something is damaged; what could be read was shown.");
+    return block;
 }
 
-void addListOptions(CLI::App& command, CommandLine& line) {
-    addNewest(command, line, "only the newest N records (10 when N is left out)");
-    command
-        .add_option("-S,--since", line.since,
-                    "only records since a time: \"2026-11-22 10:00\" (local, UTC with a Z\n"
-                    "behind it), 10:00, today, yesterday, \"10 min ago\", -10min, @SECONDS")
-        ->type_name("TIME");
-    addFormat(command, line);
-}
-
-int runList(CommandLine const& line, zelq::Output& output) {
-    zelq::LogListOptions options;
+int runBlock(BlockCommandLine const& line, zelq::Output& output) {
+    zelq::BlockOptions options = line.options;
     options.json = line.format == "json";
-    if (!line.newest.empty()) {
-        options.newest = parseNewest(line.newest);
-    }
-    if (!line.since.empty()) {
-        options.sinceUs = parseSince(line.since);
-    }
-    return zelq::listLogs(options, output);
-}
-
-int runShow(CommandLine const& line, zelq::Output& output) {
-    zelq::LogShowOptions options;
-    options.json = line.format == "json";
-    options.full = line.full;
-    return zelq::showLog(parseId(line.id), options, output);
+    return zelq::showBlocks(options, output);
 }
 
 // Following begins with ten lines, so that the screen shows where it starts.
-int runTrace(CommandLine const& line, zelq::Output& output) {
+int runTrace(TraceCommandLine const& line, zelq::Output& output) {
     zelq::TraceOptions options;
     options.json = line.format == "json";
     options.follow = line.follow;
@@ -124,7 +90,7 @@ int runTrace(CommandLine const& line, zelq::Output& output) {
     options.filter.tid = line.tid;
     options.filter.handle = line.handle;
     if (!line.newest.empty()) {
-        options.newest = parseNewest(line.newest);
+        options.newest = zelq::parseNewest(line.newest);
     } else if (line.follow) {
         options.newest = 10;
     }
@@ -132,12 +98,12 @@ int runTrace(CommandLine const& line, zelq::Output& output) {
 }
 
 // A failed write counts more than anything else: what was not shown may be anything. A reader who
-// has seen enough and closed the pipe needs no message.
+// has seen enough and closed the pipe needs no message, and a pager that cannot be run had one.
 int finish(zelq::Output& output, int status) {
-    if (output.flush()) {
+    if (output.finish()) {
         return status;
     }
-    if (output.failure() != EPIPE) {
+    if (output.failure() != EPIPE && output.failure() != ENOEXEC) {
         zelq::complain(std::string("cannot write to standard output: ") + std::strerror(output.failure()));
     }
     return zelq::exitFailed;
@@ -151,63 +117,48 @@ int usageError(std::string message) {
 }
 
 int run(int argc, char** argv) {
-    CommandLine line;
+    zelq::ColourMode colour = zelq::ColourMode::automatic;
+    bool noPager = false;
     CLI::App app("Shows the error logs and the trace of this user's programs.", "zelq");
     app.set_version_flag("--version", "zelq " ZELQ_VERSION);
     app.fallthrough();
+    app.get_formatter()->column_width(22);  // help fits into 80 columns
     app.require_subcommand(0, 1);
     std::map<std::string, zelq::ColourMode> const colours = {{"auto", zelq::ColourMode::automatic},
                                                              {"always", zelq::ColourMode::always},
                                                              {"never", zelq::ColourMode::never}};
-    app.add_option("--color", line.colour, "auto (on a terminal, unless NO_COLOR is set), always, never")
+    app.add_option("--color", colour, "auto (on a terminal without NO_COLOR), always, never")
         ->transform(CLI::Transformer(colours, CLI::ignore_case).description(""))
         ->type_name("WHEN");
-    app.add_flag("--no-pager", "accepted and without effect: there is no pager");
+    app.add_flag("--no-pager", noPager, "print to the terminal, not through $ZELQ_PAGER, $PAGER or\nless");
     app.footer(
         "Without a command, lists the error logs. Times are shown in UTC.\n"
         "Reads ZELQ_DIR, or else the store in /var/log/zelq (root) or ~/.local/state/zelq\n"
-        "and the trace in /dev/shm/zelq-UID.\n"
-        "Exit status: 0 fine, 1 nothing there or nothing matched, 2 usage, 3 damaged input\n"
-        "(the rest was shown), 4 folder refused, output failed or out of memory.");
-
-    CLI::App& log = *app.add_subcommand("log", "error logs; without a command of its own, lists them");
-    log.require_subcommand(0, 1);
-    addListOptions(log, line);
-    CLI::App& list = *log.add_subcommand("list", "one line for each log, the newest last");
-    addListOptions(list, line);
-    CLI::App& show = *log.add_subcommand("show", "everything about one log");
-    show.add_option("ID", line.id, "the log's id or how it begins; without one, the newest log")->type_name("");
-    show.add_flag("--full", line.full, "whole traces, which are folded to their last 10 lines otherwise");
-    addFormat(show, line);
-
-    CLI::App& trace = *app.add_subcommand("trace", "trace lines, oldest first");
-    addNewest(trace, line, "only the newest N lines (10 when N is left out)");
-    trace.add_flag("-f,--follow", line.follow, "begin with the newest 10 lines, then show new ones as they come");
-    trace.add_option("--pid", line.pid, "only lines of this process")->type_name("PID");
-    trace.add_option("--tid", line.tid, "only lines of this thread")->type_name("TID");
-    trace.add_option("--handle", line.handle, "only lines of this trace; 0 is the default one")->type_name("NUMBER");
-    addFormat(trace, line);
+        "and the trace in /dev/shm/zelq-UID. Everything else stands in zelq(1).\n"
+        "Exit status: 0 fine, 1 nothing there or nothing matched, 2 usage, 3 damaged\n"
+        "input (the rest was shown), 4 folder refused, output failed or out of memory.");
+    zelq::LogCommandLine const log(app);
+    TraceCommandLine line;
+    CLI::App const& trace = addTrace(app, line);
+    BlockCommandLine blockLine;
+    CLI::App const& block = addBlock(app, blockLine);
 
     try {
         app.parse(argc, argv);
-        if (show.parsed() && (log.count("-n") > 0 || log.count("-S") > 0)) {
-            // The parser gives what 'show' does not know to 'log', which does.
-            throw UsageError{"-n and --since belong to 'log list'"};
-        }
-        zelq::Output output(line.colour);
-        int const status = show.parsed()    ? runShow(line, output)
-                           : trace.parsed() ? runTrace(line, output)
-                                            : runList(line, output);
+        zelq::Output output(colour, !noPager);
+        int const status = trace.parsed()   ? runTrace(line, output)
+                           : block.parsed() ? runBlock(blockLine, output)
+                                            : log.run(output);
         return finish(output, status);
     } catch (CLI::Success const& help) {
-        zelq::Output output(zelq::ColourMode::never);
+        zelq::Output output(zelq::ColourMode::never, false);
         std::ostringstream text;
         app.exit(help, text, text);
         output.print(text.str());
         return finish(output, zelq::exitFine);
     } catch (CLI::ParseError const& error) {
         return usageError(error.what());
-    } catch (UsageError const& error) {
+    } catch (zelq::UsageError const& error) {
         return usageError(error.message);
     }
 }

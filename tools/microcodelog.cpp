@@ -10,10 +10,6 @@
 namespace zelq {
 namespace {
 
-// The log's own texts come first in a record, so they have the first numbers of texts. Without a
-// text of its own the secondary codes have the first one; without those a program's text has it.
-constexpr std::uint64_t firstTextItem = 0xE0;
-
 constexpr std::string_view secondaryHeading = "Secondary Reference Codes:\n";
 constexpr std::string_view secondaryPattern = "\nXXXXXXXX XXXXXXXX";  // X: a hexadecimal digit
 constexpr std::string_view firstFrame = "#0  0x";
@@ -81,6 +77,8 @@ std::vector<ItemRole> itemRoles(Record const& record) {
     if (!isTaken(ItemRole::errorCode)) {
         return roles;
     }
+    // The log's own texts come first in a record, so they have the first numbers of texts. Without a
+    // text of its own the secondary codes have the first one; without those a program's text has it.
     for (std::size_t i = 0; i < record.items.size(); ++i) {
         RecordItem const& item = record.items[i];
         if (isTrace(item)) {
@@ -91,6 +89,9 @@ std::vector<ItemRole> itemRoles(Record const& record) {
         } else if ((item.id == firstTextItem || item.id == firstTextItem + 1) && item.isText &&
                    !isTaken(ItemRole::secondaryCodes) && isSecondaryCodes(item.bytes)) {
             roles[i] = ItemRole::secondaryCodes;
+        } else if (item.id == firstTextItem && item.isText && !isTaken(ItemRole::text) &&
+                   !isTaken(ItemRole::secondaryCodes)) {
+            roles[i] = ItemRole::text;  // of a log without a backtrace
         }
     }
     return roles;
@@ -111,6 +112,29 @@ std::size_t backtraceStart(std::string_view text) {
                           before.substr(before.size() - deserialized.size()) == deserialized &&
                           before[before.size() - deserialized.size() - 1] == '\n';
     return isSecond ? start - deserialized.size() : start;
+}
+
+std::vector<std::string_view> logText(Record const& record) {
+    std::vector<ItemRole> const roles = itemRoles(record);
+    auto const found = std::find(roles.begin(), roles.end(), ItemRole::text);
+    if (found == roles.end()) {
+        return {};
+    }
+    std::string_view const text = record.items[static_cast<std::size_t>(found - roles.begin())].bytes;
+    return linesOf(text.substr(0, backtraceStart(text)));
+}
+
+std::vector<std::string_view> linesOf(std::string_view text) {
+    std::vector<std::string_view> lines;
+    if (!text.empty() && text.back() == '\0') {
+        text.remove_suffix(1);
+    }
+    while (!text.empty()) {
+        std::size_t const end = std::min(text.find('\n'), text.size());
+        lines.push_back(text.substr(0, end));
+        text.remove_prefix(std::min(end + 1, text.size()));
+    }
+    return lines;
 }
 
 std::string_view secondaryCodes(std::string_view text) {

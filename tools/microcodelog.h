@@ -16,7 +16,7 @@ namespace zelq {
 /// it is ordinary: it may be damaged, or a program's own data under the same number.
 enum class ItemRole {
     ordinary,        ///< data of the program, and every item of a plain log
-    text,            ///< the log's text, then the backtrace
+    text,            ///< the log's text, then the backtrace if it has one
     secondaryCodes,  ///< reference codes of the logs that were merged into this one
     trace,           ///< a snapshot of a trace: rows of text
     errorCode,       ///< error id and reason, which with class and type make up the reference code
@@ -40,6 +40,13 @@ std::vector<ItemRole> itemRoles(Record const& record);
 
 /// Where the backtrace begins in the bytes of a text item; npos when there is none.
 std::size_t backtraceStart(std::string_view text);
+
+/// The lines of what a microcode log says, without the backtrace; none for a plain log.
+std::vector<std::string_view> logText(Record const& record);
+
+/// The lines of an item's text. The closing zero byte and the last line end are left out; the
+/// item's size counts both.
+std::vector<std::string_view> linesOf(std::string_view text);
 
 /// The codes in the bytes of a secondaryCodes item, one a line.
 std::string_view secondaryCodes(std::string_view text);

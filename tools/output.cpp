@@ -1,5 +1,6 @@
 #include "output.h"
 
+#include <poll.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
@@ -7,6 +8,7 @@
 #include <cstdlib>
 
 #include "services/textencoding.h"
+#include "terminal.h"
 
 namespace zelq {
 namespace {
@@ -18,9 +20,7 @@ bool wantsColour(ColourMode mode) {
         return mode == ColourMode::always;
     }
     char const* const refused = std::getenv("NO_COLOR");
-    char const* const terminal = std::getenv("TERM");
-    return isatty(STDOUT_FILENO) == 1 && (refused == nullptr || refused[0] == '\0') && terminal != nullptr &&
-           std::string_view(terminal) != "dumb";
+    return (refused == nullptr || refused[0] == '\0') && isTerminal(STDOUT_FILENO);
 }
 
 char const* sequence(Style style) {
@@ -63,7 +63,7 @@ void appendFormatted(std::string& to, char const* format, Arguments... arguments
 
 }  // namespace
 
-Output::Output(ColourMode mode) : coloured_(wantsColour(mode)) {}
+Output::Output(ColourMode mode, bool mayPage) : coloured_(wantsColour(mode)), mayPage_(mayPage) {}
 
 void Output::print(std::string_view text) {
     pending_ += text;
@@ -84,9 +84,14 @@ void Output::print(Style style, std::string_view text) {
 
 // write(2) rather than a stream: a failure is known with its errno, and at the line it came with.
 bool Output::flush() {
+    if (wantsPager_ && !pending_.empty()) {
+        wantsPager_ = false;
+        pager_.start();
+    }
     std::size_t done = 0;
+    int const file = pager_.isRunning() ? pager_.input() : STDOUT_FILENO;
     while (failure_ == 0 && done < pending_.size()) {
-        ssize_t const written = write(STDOUT_FILENO, pending_.data() + done, pending_.size() - done);
+        ssize_t const written = write(file, pending_.data() + done, pending_.size() - done);
         if (written >= 0) {
             done += static_cast<std::size_t>(written);
         } else if (errno != EINTR) {
@@ -95,6 +100,25 @@ bool Output::flush() {
     }
     pending_.clear();
     return failure_ == 0;
+}
+
+bool Output::finish() {
+    flush();
+    bool const hadPager = pager_.isRunning();
+    if (!pager_.finish()) {
+        complain("the pager cannot be run; see ZELQ_PAGER and PAGER, or use --no-pager");
+        failure_ = ENOEXEC;
+    } else if (hadPager && failure_ == EPIPE) {
+        failure_ = 0;
+    }
+    return failure_ == 0;
+}
+
+bool Output::waitWithReader() const {
+    // Short enough to look immediate, long enough to cost nothing.
+    constexpr int pauseMs = 100;
+    pollfd reader = {STDOUT_FILENO, 0, 0};
+    return poll(&reader, 1, pauseMs) <= 0 || (reader.revents & POLLERR) == 0;
 }
 
 void complain(std::string_view message) {
@@ -147,25 +171,45 @@ std::string counted(std::uint64_t number, char const* singular) {
     return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
 }
 
+void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
+    std::string characters;
+    for (std::size_t i = 0; i < width; ++i) {
+        to += i != 0 && i % 8 == 0 ? " " : "";
+        if (i < row.size()) {
+            unsigned const byte = static_cast<unsigned char>(row[i]);
+            appendFormatted(to, "%02x ", byte);
+            characters += byte >= 0x20 && byte < 0x7F ? row[i] : '.';
+        } else {
+            to += "   ";
+        }
+    }
+    to += " |" + characters + "|\n";
+}
+
+std::string byteCount(std::uint64_t number) {
+    if (number < 1024) {
+        return counted(number, "byte");
+    }
+    double value = static_cast<double>(number);
+    char const* unit = nullptr;
+    for (char const* const next : {"KiB", "MiB", "GiB"}) {
+        if (unit == nullptr || value >= 1024) {
+            value /= 1024;
+            unit = next;
+        }
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %s", value, unit);
+    return text;
+}
+
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
     // Four digits keep a line below 80 columns; longer items get what they need.
     int const digits = bytes.size() > 0x10000 ? 6 : 4;
     for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
-        std::string_view const row = bytes.substr(offset, 16);
         to.append(indent, ' ');
         appendFormatted(to, "%0*zx  ", digits, offset);
-        std::string characters;
-        for (std::size_t i = 0; i < 16; ++i) {
-            to += i == 8 ? " " : "";
-            if (i < row.size()) {
-                unsigned const byte = static_cast<unsigned char>(row[i]);
-                appendFormatted(to, "%02x ", byte);
-                characters += byte >= 0x20 && byte < 0x7F ? row[i] : '.';
-            } else {
-                to += "   ";
-            }
-        }
-        to += " |" + characters + "|\n";
+        appendHexRow(bytes.substr(offset, 16), 16, to);
     }
 }
 

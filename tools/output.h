@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "pager.h"
+
 namespace zelq {
 
 /// Exit statuses of the viewer. Scripts depend on them.
@@ -28,7 +30,10 @@ enum class Style { plain, heading, alarm, faint };
 class Output {
 public:
     /// Automatic means: colour on a terminal, unless NO_COLOR is set or the terminal is a dumb one.
-    explicit Output(ColourMode mode);
+    Output(ColourMode mode, bool mayPage);
+
+    /// Sends everything through a pager, if that is allowed and standard output is a terminal.
+    void startPager() { wantsPager_ = mayPage_; }
 
     void print(std::string_view text);
 
@@ -38,13 +43,26 @@ public:
     /// Hands everything to the kernel. False when some of it was lost.
     bool flush();
 
+    /// Flushes, and waits until the user has left the pager: what is told then does not get in its
+    /// way. False when something was lost. A user who has left early has lost nothing.
+    bool finish();
+
+    /// Sleeps for a moment. False, at once, when whoever reads the output has gone.
+    bool waitWithReader() const;
+
+    /// Nobody reads any more, or it cannot be written: what is printed now is lost.
+    bool isDone() const { return failure_ != 0; }
+
     /// errno of the first failed write, 0 when there was none.
     int failure() const { return failure_; }
 
 private:
     bool coloured_;
+    bool mayPage_;
+    bool wantsPager_ = false;  // from the first output on
     int failure_ = 0;
     std::string pending_;
+    Pager pager_;
 };
 
 /// Writes "zelq: <message>" to standard error, control characters escaped.
@@ -66,6 +84,13 @@ std::string hexDigits(std::uint64_t number, int digits);
 
 /// "1 line", "2 lines".
 std::string counted(std::uint64_t number, char const* singular);
+
+/// Appends up to `width` bytes in hexadecimal and as characters, which stand in the same column however
+/// few bytes there are.
+void appendHexRow(std::string_view row, std::size_t width, std::string& to);
+
+/// "512 bytes", "1.5 MiB".
+std::string byteCount(std::uint64_t number);
 
 /// Appends a dump of 16 bytes per line, each line after `indent` spaces: offset, hexadecimal, characters.
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to);

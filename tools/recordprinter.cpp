@@ -24,20 +24,6 @@ std::string number(std::uint64_t value, int digits) {
     return "0x" + hexDigits(value, digits) + " (" + std::to_string(value) + ")";
 }
 
-// The closing zero byte of a text and its last line end are left out; its size counts both.
-std::vector<std::string_view> linesOf(std::string_view text) {
-    std::vector<std::string_view> lines;
-    if (!text.empty() && text.back() == '\0') {
-        text.remove_suffix(1);
-    }
-    while (!text.empty()) {
-        std::size_t const end = std::min(text.find('\n'), text.size());
-        lines.push_back(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-    return lines;
-}
-
 void printLines(std::vector<std::string_view> const& lines, Output& output) {
     for (std::string_view const line : lines) {
         output.print(line.empty() ? "\n" : "    " + printable(line, true) + "\n");
@@ -56,7 +42,9 @@ void printTextAndBacktrace(std::string_view item, Output& output) {
     if (std::any_of(text.begin(), text.end(), [](std::string_view line) { return !line.empty(); })) {
         printSection("text", text, output);
     }
-    printSection("backtrace", linesOf(item.substr(start)), output);
+    if (start != std::string_view::npos) {
+        printSection("backtrace", linesOf(item.substr(start)), output);
+    }
 }
 
 void printTrace(RecordItem const& item, bool isFull, Output& output) {

@@ -35,9 +35,15 @@ struct Record {
     std::vector<RecordItem> items;
 };
 
-/// Reads one line of the store, its '\n' not included. Fields it does not know are ignored: later
-/// versions may add some. Returns "" or the reason why the line is no record.
-std::string parseRecord(std::string_view line, Record* record);
+/// Why a line is no record.
+struct RecordFault {
+    std::string reason;     ///< empty when it is one
+    bool isCutOff = false;  ///< it begins like a record and ends in the middle
+};
+
+/// Reads one line of the store, its '\n' not included, into an empty record. Fields it does not
+/// know are ignored: later versions may add some.
+RecordFault parseRecord(std::string_view line, Record* record);
 
 }  // namespace zelq
 

@@ -7,68 +7,58 @@
 #include <string_view>
 #include <vector>
 
+#include "linereader.h"
 #include "recordreader.h"
+#include "storefaults.h"
+#include "storefiles.h"
 
 namespace zelq {
 
-/// Reads the records of a store, all its files taken together, while programs write to it. Takes
-/// no lock and changes nothing: it never delays a writer, and works on a read-only folder.
+class Progress;
+
+/// Where a record stands among the files that a StoreReader has open, for reading it again.
+struct RecordPlace {
+    std::size_t file;  ///< its place in files()
+    off_t offset;
+    std::size_t size;
+};
+
+/// Reads the records of a store, all its files taken together, while programs write to it. Keeps
+/// one line at a time.
 class StoreReader {
 public:
     enum class Order { oldestFirst, newestFirst };
 
-    /// Gets a record and the line it stands in; false ends the visit.
-    using Visitor = std::function<bool(Record&, std::string_view line)>;
+    /// Gets a record, its line, and where that stands; false ends the visit.
+    using Visitor = std::function<bool(Record&, std::string_view line, RecordPlace const&)>;
 
-    StoreReader() = default;
-    ~StoreReader();
-    StoreReader(StoreReader const&) = delete;
-    StoreReader& operator=(StoreReader const&) = delete;
-
-    /// Opens the store's files. Returns 0 or an errno of opening the folder: ENOENT when there is
-    /// none, EPERM when it is not safe. A store without files, or files that cannot be read, are
-    /// no failure here: the latter are told by complaints().
+    /// Opens the store's files, see StoreFiles::open(). What is added to them later is left out.
     int open();
 
-    /// Path of the store's folder, also when it could not be opened.
-    std::string const& folder() const { return folder_; }
+    StoreFiles const& files() const { return files_; }
+    StoreFiles& files() { return files_; }
 
     /// True when the store has no file at all.
-    bool isMissing() const { return files_.empty() && complaints_.empty(); }
+    bool isMissing() const { return files_.files().empty() && files_.unreadable().empty(); }
 
-    /// Visits the records. Lines that are no records are left out and complained about.
-    void visit(Order order, Visitor const& visitor);
+    /// Visits the records. Lines that are no records go to `faults` instead. `progress` counts the
+    /// bytes of a visit that begins with the oldest.
+    void visit(Order order, FaultSink& faults, Visitor const& visitor, Progress* progress = nullptr);
 
-    /// What could not be read, oldest first, such as "bad line 12 in errors.jsonl: ...".
-    std::vector<std::string> complaints() const;
+    /// Reads a record again. False when it is no longer there.
+    bool read(RecordPlace const& place, Record* record, std::string* line) const;
 
 private:
-    struct File {
-        int descriptor;
-        unsigned index;  // in its name; the higher, the older
-    };
+    bool visitLine(std::size_t file, FileLine const& line, FaultSink& faults, Visitor const& visitor);
+    bool visitForward(std::size_t file, FaultSink& faults, Visitor const& visitor, Progress* progress);
+    bool visitBackward(std::size_t file, FaultSink& faults, Visitor const& visitor);
 
-    struct Complaint {
-        unsigned index;
-        std::size_t line;
-        std::string text;
-    };
-
-    struct Line;
-
-    static std::vector<Line> linesOf(std::string const& content);
-
-    void openFiles(int folder);
-    void closeFiles();
-    bool isNewestOpen(int folder) const;
-    void load(File const& file, std::string* content);
-    bool visitLine(unsigned index, Line const& line, Visitor const& visitor);
-    void complain(unsigned index, std::size_t line, std::string text);
-
-    std::string folder_;
-    std::vector<File> files_;  // newest first
-    std::vector<Complaint> complaints_;
+    StoreFiles files_;
 };
+
+/// Reads one line as a record. When it is none, tells `faults` and returns false; an empty line is
+/// passed over.
+bool readLine(StoreFile const& file, FileLine const& line, FaultSink& faults, Record* record);
 
 }  // namespace zelq
 

@@ -258,6 +258,12 @@ std::string shownTime(long long timeUs, bool microseconds) {
     return shown + "Z";
 }
 
+std::string storedTime(long long timeUs) {
+    std::string text = shownTime(timeUs, true);
+    text[text.find(' ')] = 'T';
+    return text;
+}
+
 bool parseGivenTime(std::string_view given, long long nowUs, long long* timeUs) {
     // Case and surrounding spaces do not matter: "2026-11-22T10:00Z" is as good as "today ".
     std::string text;

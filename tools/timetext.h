@@ -10,6 +10,9 @@ namespace zelq {
 /// microseconds since 1970. False when it is no such time.
 bool parseStoredTime(std::string_view text, long long* timeUs);
 
+/// The opposite of parseStoredTime().
+std::string storedTime(long long timeUs);
+
 /// Writes microseconds since 1970 as a UTC time for people, "2026-11-22 10:00:00Z"; with six more
 /// digits when `microseconds`.
 std::string shownTime(long long timeUs, bool microseconds);

@@ -1,6 +1,5 @@
 #include "tracecommand.h"
 
-#include <poll.h>
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
@@ -19,8 +18,6 @@
 namespace zelq {
 namespace {
 
-// Short enough to look immediate, long enough to cost nothing.
-constexpr int pollMs = 100;
 constexpr std::size_t followBatch = 1024;
 constexpr std::size_t timeStart = 11;  // of the time of day, in what shownTime() returns
 
@@ -111,12 +108,6 @@ ExitStatus openRing(RingReader& ring) {
     return failure == 0 ? exitFine : exitNothing;
 }
 
-// Sleeps, unless whoever reads our output has gone: then false, at once.
-bool waitForLines() {
-    pollfd reader = {STDOUT_FILENO, 0, 0};
-    return poll(&reader, 1, pollMs) <= 0 || (reader.revents & POLLERR) == 0;
-}
-
 // Ends only by a failure: of the ring, or of an output whose reader has gone.
 int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, Output& output) {
     std::vector<TraceEntry> entries(followBatch);
@@ -138,7 +129,7 @@ int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, O
                 return status;
             }
         }
-        if (!output.flush() || !waitForLines()) {
+        if (!output.flush() || !output.waitWithReader()) {
             break;
         }
     }
@@ -154,7 +145,7 @@ int printTrace(TraceOptions const& options, Output& output) {
         complain("no trace yet: there is no ring '" + ringPath() + "'");
     }
     // With follow, wait for the first program that traces.
-    while (status == exitNothing && options.follow && waitForLines()) {
+    while (status == exitNothing && options.follow && output.waitWithReader()) {
         status = openRing(ring);
     }
     if (status != exitFine) {
@@ -163,6 +154,9 @@ int printTrace(TraceOptions const& options, Output& output) {
     std::vector<TraceEntry> entries(std::min(options.newest, ring.slotCount()));
     std::size_t const count = ring.newest(options.filter, entries.data(), entries.size());
     TracePrinter printer(options.json, output);
+    if (!options.follow) {
+        output.startPager();
+    }
     for (std::size_t i = 0; i < count; ++i) {
         printer.print(entries[i]);
     }

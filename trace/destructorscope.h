@@ -4,21 +4,21 @@
 #include <new>
 #include <optional>
 
-#include "zelqcood/trace.h"
+#include "trace/scope.h"
 
 /// The trace scope of a destructor: without memory for its line there is no scope, since nothing may
 /// leave a destructor.
 class DestructorScope {
 public:
-    DestructorScope(char const* traceMask, char level, char const* name) noexcept {
+    explicit DestructorScope(EntryLine const& entry) noexcept {
         try {
-            scope_.emplace(traceMask, level, name);
+            scope_.emplace(entry);
         } catch (std::bad_alloc const&) {
         }
     }
 
 private:
-    std::optional<XTrace> scope_;
+    std::optional<TraceScope> scope_;
 };
 
 #endif

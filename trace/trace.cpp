@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "trace/scope.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
@@ -13,7 +14,6 @@ constexpr std::size_t colonAt = 8;
 constexpr std::size_t textAt = 10;
 constexpr std::size_t nameAt = 12;
 
-constexpr std::size_t lineSize = 200;  // closing zero byte included
 constexpr std::size_t labelSize = 41;
 
 // Straight into the line, since a line is read by the trace service at once: bytes that go through
@@ -43,12 +43,12 @@ void putText(char* line, std::size_t size, const char* text) {
 
 // The line as the scope keeps it: the exit line differs in the marker only.
 char* newEntryLine(const char* traceMask, char level, const char* name) {
-    char* const line = new char[lineSize];
+    char* const line = new char[traceLineSize];
     putPrefix(line, traceMask, level);
     line[textAt] = '>';
     line[textAt + 1] = ' ';
-    std::strncpy(line + nameAt, name, lineSize - 1 - nameAt);
-    line[lineSize - 1] = '\0';
+    std::strncpy(line + nameAt, name, traceLineSize - 1 - nameAt);
+    line[traceLineSize - 1] = '\0';
     return line;
 }
 
@@ -71,9 +71,9 @@ XTrace::~XTrace() {
 }
 
 void XTrace::write(unsigned int handle, const char* traceMask, char level, const char* text) {
-    char line[lineSize];
+    alignas(16) char line[traceLineSize];
     putPrefix(line, traceMask, level);
-    putText(line, lineSize, text);
+    putText(line, traceLineSize, text);
     xtr_trace_cb(handle, line);
 }
 
@@ -95,4 +95,15 @@ void XTrace::dumpBytes(unsigned int handle, const char* traceMask, char level, c
 
 void XTrace::dumpBytes(const char* traceMask, char level, const char* title, const void* data, unsigned long length) {
     dumpBytes(0, traceMask, level, title, data, length);
+}
+
+TraceScope::TraceScope(EntryLine const& entry) : line_(new char[traceLineSize]) {
+    std::memcpy(line_, entry.text_, traceLineSize);
+    xtr_trace(line_);
+}
+
+TraceScope::~TraceScope() {
+    line_[textAt] = '<';
+    xtr_trace_cb(0, line_);
+    delete[] line_;
 }

@@ -49,7 +49,7 @@ const Failure failures[] = {
 
 [[noreturn]] void reportFailure(FailureKind kind, int src, int crc) {
     Failure const& failure = failures[kind];
-    ZoString text = message(failure.head, src, ", crc=", crc, " 0x", ZoString(crc).d2x(), ")");
+    ZoString text = message(failure.head, src, ", crc=", crc, " 0x", hexadecimal(static_cast<std::uint32_t>(crc)), ")");
     XException exception(static_cast<char*>(text), failure.severity, src > lastUnloggedResult ? 1 : 0);
     exception.addLocation(ZoExceptionLocation(sourceFile, nullptr, failure.line));
     {

@@ -3,20 +3,21 @@
 
 #include "zelqplatform/api.h"
 
-// Self-describing binary blocks.
-//
-// A block is a byte region that starts with an 8-byte header in host byte order, without padding:
-//
-//   offset 0, 4 bytes   size of the whole block, header included; never below 8
-//   offset 4, 2 bytes   block type: a class code (0x8000 and up), or a small code that means
-//                       something only inside its parent
-//   offset 6, 2 bytes   block format, 1 in every block that the library writes
-//
-// Behind the header stand payload bytes or child blocks, back to back and unaligned. Blocks are
-// allocated with new[]; whoever holds the pointer owns the block and releases it with delete[].
-// When an allocation fails, std::bad_alloc leaves the call and the caller still owns the old,
-// unchanged block. A block that would reach 4 GiB counts as a failed allocation. None of these
-// functions is safe in a signal handler.
+/// \file
+/// Self-describing binary blocks.
+///
+/// A block is a byte region that starts with an 8-byte header in host byte order, without padding:
+///
+///     offset 0, 4 bytes   size of the whole block, header included; never below 8
+///     offset 4, 2 bytes   block type: a class code (0x8000 and up), or a small code that means
+///                         something only inside its parent
+///     offset 6, 2 bytes   block format, 1 in every block that the library writes
+///
+/// Behind the header stand payload bytes or child blocks, back to back and unaligned. Blocks are
+/// allocated with new[]; whoever holds the pointer owns the block and releases it with delete[].
+/// When an allocation fails, std::bad_alloc leaves the call and the caller still owns the old,
+/// unchanged block. A block that would reach 4 GiB counts as a failed allocation. None of these
+/// functions is safe in a signal handler.
 
 /// A new block of 8 bytes: a header without a body. The caller owns it.
 ZELQ_API unsigned char* createBlock(unsigned short blockType, unsigned short blockFormat);

@@ -1,122 +1,37 @@
 #include "services/store.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
+#include <csignal>
 #include <ctime>
-#include <utility>
 
 #include "common/statefolder.h"
+#include "common/uninterrupted.h"
+#include "services/storelock.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace zelq {
 namespace {
 
-constexpr char lockName[] = "errors.lock";
-constexpr int lockPatienceMs = 10000;
-
-class Descriptor {
-public:
-    explicit Descriptor(int number = -1) noexcept : number_(number) {}
-    Descriptor(Descriptor const&) = delete;
-    Descriptor& operator=(Descriptor const&) = delete;
-    ~Descriptor() { reset(-1); }
-
-    int get() const noexcept { return number_; }
-    void reset(int number) noexcept {
-        if (number_ >= 0) {
-            close(number_);
-        }
-        number_ = number;
-    }
-    void swap(Descriptor& other) noexcept { std::swap(number_, other.number_); }
-
-private:
-    int number_;
-};
-
-// The folder is the user's own, yet what lies under a name in it is looked at before it is used:
-// a link could lead anywhere, and a fifo would block for ever. Returns 0 or an errno.
-int openFile(int folder, char const* name, Descriptor& file) {
-    file.reset(openat(folder, name, O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-    if (file.get() < 0) {
-        return errno;
-    }
+bool isFree(int folder, unsigned index) {
+    char name[storeNameSize];
+    storeFileName(index, name);
     struct stat status;
-    if (fstat(file.get(), &status) != 0) {
-        return errno;
-    }
-    if (!S_ISREG(status.st_mode)) {
-        return ENXIO;
-    }
-    return status.st_uid == geteuid() ? 0 : EPERM;
+    return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
 }
 
-int elapsedMs(timespec const& since) {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int>((now.tv_sec - since.tv_sec) * 1000 + (now.tv_nsec - since.tv_nsec) / 1000000);
-}
-
-/// The store's lock. Every call opens the lock file anew: flock() then excludes threads of one
-/// process as well as processes, no mutex can be left locked in a forked child, and the kernel
-/// releases the lock of a process that dies.
-class StoreLock {
-public:
-    StoreLock() = default;
-    StoreLock(StoreLock const&) = delete;
-    StoreLock& operator=(StoreLock const&) = delete;
-    ~StoreLock() { release(); }
-
-    /// Returns 0 or an errno; EAGAIN when the lock stayed taken.
-    int acquire(int folder) {
-        timespec begin;
-        clock_gettime(CLOCK_MONOTONIC, &begin);
-        for (long pauseNs = 20000;; pauseNs = pauseNs < 4000000 ? pauseNs * 2 : pauseNs) {
-            if (file_.get() < 0) {
-                if (int const failure = openFile(folder, lockName, file_); failure != 0) {
-                    return failure;
-                }
-            }
-            if (flock(file_.get(), LOCK_EX | LOCK_NB) == 0) {
-                // Whoever cleans up by hand may have removed the file between open and lock; other
-                // writers then lock its successor.
-                struct stat status;
-                if (fstat(file_.get(), &status) == 0 && status.st_nlink > 0) {
-                    return 0;
-                }
-                file_.reset(-1);
-            } else if (errno != EWOULDBLOCK && errno != EINTR) {
-                return errno;
-            }
-            if (elapsedMs(begin) >= lockPatienceMs) {
-                return EAGAIN;
-            }
-            timespec const pause = {0, pauseNs};
-            nanosleep(&pause, nullptr);
-        }
-    }
-
-    // Unlocked by name, since closing is not enough: a child that another thread has just forked
-    // holds a copy of the descriptor.
-    void release() noexcept {
-        if (file_.get() >= 0) {
-            flock(file_.get(), LOCK_UN);
-            file_.reset(-1);
-        }
-    }
-
-private:
-    Descriptor file_;
-};
-
-// Moves every file to the next number, the oldest over its predecessor. Returns false when the
-// newest is still in its place: after any failure the loop ends, because the next move would
-// overwrite a file that could not get out of the way.
+// Moves the files below the first free number to the next one each; without a free number the oldest
+// file goes. So a rotation that failed or died halfway costs no records when the next one goes over it.
+// Returns false when the newest is still in its place: after any failure the loop ends, because the
+// next move would overwrite a file that could not get out of the way.
 bool rotate(int folder, unsigned files) {
-    for (unsigned index = files - 1; index > 0; --index) {
+    unsigned last = 1;
+    while (last < files - 1 && !isFree(folder, last)) {
+        ++last;
+    }
+    for (unsigned index = last; index > 0; --index) {
         char from[storeNameSize];
         char to[storeNameSize];
         storeFileName(index - 1, from);
@@ -140,28 +55,85 @@ StoreOutcome failed(xlog_result result, int crc) {
     return {result, crc};
 }
 
-// One write(2) for the whole line, so that a reader or a crash meets at most one torn line. What
-// could be written in part only is taken back.
-StoreOutcome writeLine(int file, off_t oldSize, char const* line, std::size_t size) {
-    ssize_t written = 0;
-    do {
-        written = write(file, line, size);
-    } while (written < 0 && errno == EINTR);
-    if (written == static_cast<ssize_t>(size)) {
-        return {XLOG_OK, 0};
+/// Within its life, a write beyond the process's limit for file sizes fails and does no more: the
+/// signal that the kernel sends with it would end a program that is not prepared for it.
+class FileSizeSignalHeld {
+public:
+    FileSizeSignalHeld() noexcept {
+        sigemptyset(&signal_);
+        sigaddset(&signal_, SIGXFSZ);
+        sigpending(&pendingBefore_);
+        pthread_sigmask(SIG_BLOCK, &signal_, &maskBefore_);
     }
-    int const failure = written < 0 ? errno : ENOSPC;
-    // Should this fail too, the piece stays as a torn line, which the next writer closes.
-    int const ignored = ftruncate(file, oldSize);
-    static_cast<void>(ignored);
-    return failed(XLOG_WRITE_FAILED, failure);
+    ~FileSizeSignalHeld() { pthread_sigmask(SIG_SETMASK, &maskBefore_, nullptr); }
+    FileSizeSignalHeld(FileSizeSignalHeld const&) = delete;
+    FileSizeSignalHeld& operator=(FileSizeSignalHeld const&) = delete;
+
+    /// To be called after each write that failed with EFBIG.
+    void discard() noexcept {
+        if (sigismember(&pendingBefore_, SIGXFSZ) == 0) {
+            timespec const atOnce = {0, 0};
+            uninterrupted([&] { return sigtimedwait(&signal_, nullptr, &atOnce); });
+        }
+    }
+
+private:
+    sigset_t signal_;
+    sigset_t pendingBefore_;
+    sigset_t maskBefore_;
+};
+
+// One write(2) for the whole line, so that a reader or a crash meets at most one torn line; a second
+// one only where the kernel stopped short. What could be written in part only is taken back.
+StoreOutcome writeLine(int file, off_t oldSize, char const* line, std::size_t size) {
+    FileSizeSignalHeld held;
+    while (size > 0) {
+        ssize_t const written = uninterrupted([&] { return write(file, line, size); });
+        if (written <= 0) {
+            int const failure = written < 0 ? errno : ENOSPC;
+            if (failure == EFBIG) {
+                held.discard();
+            }
+            // Should this fail too, the piece stays as a torn line, which the next writer closes.
+            int const ignored = ftruncate(file, oldSize);
+            static_cast<void>(ignored);
+            return failed(XLOG_WRITE_FAILED, failure);
+        }
+        line += written;
+        size -= static_cast<std::size_t>(written);
+    }
+    return {XLOG_OK, 0};
+}
+
+// A file is on disk when its name is, and those of the folders above it, of which any may be new.
+// Folders of other users and the roots of mounted filesystems were not made by the services.
+int syncFolders(int newest) {
+    Descriptor parent;
+    for (int folder = newest;; folder = parent.get()) {
+        if (uninterrupted([&] { return fsync(folder); }) != 0 && errno != EINVAL) {
+            return errno;
+        }
+        struct stat here;
+        struct stat above;
+        if (fstat(folder, &here) != 0 || fstatat(folder, "..", &above, 0) != 0) {
+            return errno;
+        }
+        if (above.st_uid != geteuid() || above.st_dev != here.st_dev || above.st_ino == here.st_ino) {
+            return 0;
+        }
+        Descriptor next(uninterrupted([&] { return openat(folder, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+        if (next.get() < 0) {
+            return errno;
+        }
+        parent.swap(next);
+    }
 }
 
 /// Opens the newest file with room for `size` bytes, rotating first if need be.
 StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* fileSize) {
     char name[storeNameSize];
     storeFileName(0, name);
-    if (int const failure = openFile(folder, name, file); failure != 0) {
+    if (int const failure = openStoreFile(folder, name, file); failure != 0) {
         return failed(XLOG_NO_STORE, failure);
     }
     *fileSize = lseek(file.get(), 0, SEEK_END);
@@ -174,15 +146,15 @@ StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* f
         // If no new file can be had, the record goes to the end of the old one: that is still the
         // newest record in the newest file, and better than none.
         Descriptor fresh;
-        if (openFile(folder, name, fresh) == 0) {
+        if (openStoreFile(folder, name, fresh) == 0) {
             file.swap(fresh);
             *fileSize = 0;
         }
     }
     // An empty file may be one that was created a moment ago. Its name is made durable before the
     // first record goes in, whoever created it: a file with records in it has its name on disk.
-    if (*fileSize == 0 && fsync(folder) != 0 && errno != EINVAL) {
-        return failed(XLOG_WRITE_FAILED, errno);
+    if (int const failure = *fileSize == 0 ? syncFolders(folder) : 0; failure != 0) {
+        return failed(XLOG_WRITE_FAILED, failure);
     }
     return {XLOG_OK, 0};
 }
@@ -218,7 +190,7 @@ StoreOutcome appendToStore(char const* line, std::size_t size) noexcept {
     // The slow part is done without the lock, so that several writers wait for the disk together.
     // A rotation in between does not matter: the descriptor stays with the file.
     lock.release();
-    if (fdatasync(file.get()) != 0) {
+    if (uninterrupted([&] { return fdatasync(file.get()); }) != 0) {
         return failed(XLOG_SYNC_FAILED, errno);
     }
     return {XLOG_OK, 0};

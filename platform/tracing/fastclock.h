@@ -20,7 +20,7 @@ struct ClockAnchor {
     std::uint32_t nsPerTick;   // in units of 2^-31
 };
 
-extern __attribute__((tls_model("initial-exec"))) thread_local ClockAnchor clockAnchor;
+extern __attribute__((tls_model("initial-exec"))) __constinit thread_local ClockAnchor clockAnchor;
 
 /// Finds out whether the counter can be used. Called once, before the first line.
 void prepareFastClock();

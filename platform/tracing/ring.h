@@ -38,9 +38,10 @@ inline ProcessRing* processRing() {
     return __builtin_expect(ring != nullptr, 1) ? ring : makeProcessRing();
 }
 
-/// Writes one line of at most ringLineMax characters; `text` need not be terminated. Keeps errno.
-/// Never waits: the line is dropped if it meets too many slots in a row that living writers hold.
-void writeLine(ProcessRing& ring, std::uint32_t handle, char const* text, std::size_t length);
+/// Writes one zero-terminated line; a longer one than ringLineMax characters keeps its beginning. Keeps
+/// errno. Never waits: the line is dropped if it meets too many slots in a row that living writers hold.
+/// Returns 0 like the service's functions, which end in this call.
+int writeLine(ProcessRing& ring, std::uint32_t handle, char const* line);
 
 /// Maps the user's shared ring, made if need be, into `*ring`. Returns 0 or an errno.
 int mapSharedRing(ProcessRing* ring);

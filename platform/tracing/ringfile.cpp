@@ -44,7 +44,7 @@ int checkRingFile(int descriptor, RingFile* file) {
     return 0;
 }
 
-// Fills the nameless or oddly named new file. umask may have taken bits of the mode away.
+// umask may have taken bits of the new file's mode away.
 int fillRingFile(int descriptor, std::uint64_t slotCount) {
     if (fchmod(descriptor, 0600) != 0) {
         return errno;
@@ -59,6 +59,16 @@ int fillRingFile(int descriptor, std::uint64_t slotCount) {
         return EIO;
     }
     return 0;
+}
+
+// The first way may be reserved to root, the second one needs /proc.
+int giveName(int descriptor, int folder, char const* name) {
+    if (linkat(descriptor, "", folder, name, AT_EMPTY_PATH) == 0) {
+        return 0;
+    }
+    char path[32];
+    std::snprintf(path, sizeof path, "/proc/self/fd/%d", descriptor);
+    return linkat(AT_FDCWD, path, folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -91,28 +101,17 @@ int createRingFile(int folder, std::uint64_t slotBytes) {
     if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < ringFileSize(slotCount)) {
         return EFBIG;
     }
-    // Threads of one process, and a signal handler amid one of them, may all be here at once.
-    static std::atomic<unsigned> attempts{0};
-    char name[48];
-    int descriptor = -1;
-    for (int tries = 0; tries < 16 && descriptor < 0; ++tries) {
-        unsigned const attempt = attempts.fetch_add(1, std::memory_order_relaxed);
-        std::snprintf(name, sizeof name, "%s.new.%d.%u", ringFileName, static_cast<int>(getpid()), attempt);
-        descriptor = openat(folder, name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-        if (descriptor < 0 && errno != EEXIST) {
-            return errno;
-        }
-    }
+    // Without a name until it is complete: whoever dies meanwhile leaves nothing behind.
+    int const descriptor = openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
     if (descriptor < 0) {
-        return EEXIST;
+        return errno;
     }
     int failure = fillRingFile(descriptor, slotCount);
-    close(descriptor);
-    if (failure == 0 && linkat(folder, name, folder, ringFileName, 0) != 0 && errno != EEXIST) {
-        failure = errno;
+    if (failure == 0) {
+        failure = giveName(descriptor, folder, ringFileName);
     }
-    unlinkat(folder, name, 0);
-    return failure;
+    close(descriptor);
+    return failure == EEXIST ? 0 : failure;
 }
 
 }  // namespace zelq

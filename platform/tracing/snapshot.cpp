@@ -34,6 +34,20 @@ bool isControl(unsigned char const* bytes, std::size_t length) {
 
 // Formatting by hand: an error log takes three snapshots of some hundred rows each while it is built.
 
+bool isPrintable(unsigned char byte) {
+    return byte >= 0x20 && byte < 0x7F;
+}
+
+constexpr std::size_t wordSize = 8;
+
+// The same of eight bytes at once.
+bool areAllPrintable(unsigned char const* bytes) {
+    constexpr std::uint64_t every = 0x0101010101010101;
+    std::uint64_t word;
+    std::memcpy(&word, bytes, wordSize);
+    return (((word - every * 0x20) | (word + every) | word) & every * 0x80) == 0;
+}
+
 char* putDigits(char* to, unsigned value, int digits, char separator) {
     for (char* at = to + digits; at != to; value /= 10) {
         *--at = static_cast<char>('0' + value % 10);
@@ -64,15 +78,8 @@ public:
 
     void add(TraceEntry const& entry, Origin origin) {
         rowEnd_ = end_ + width_ - 1;  // the newline needs a place
-        char head[headSize];
-        char* headEnd = putTime(head, entry.timeNs);
-        if (origin == Origin::processAndThread) {
-            headEnd = putNumber(headEnd, entry.pid, '/');
-        }
-        if (origin != Origin::none) {
-            headEnd = putNumber(headEnd, entry.tid, ' ');
-        }
-        append(head, static_cast<std::size_t>(headEnd - head));
+        makeHead(entry, origin);
+        append(head_, headLength_);
         appendText(entry);
         *end_++ = '\n';
     }
@@ -80,10 +87,27 @@ public:
     int byteCount() const { return static_cast<int>(end_ - begin_); }
 
 private:
-    std::size_t room() const { return static_cast<std::size_t>(rowEnd_ - end_); }
+    // Most rows begin like the one before.
+    void makeHead(TraceEntry const& entry, Origin origin) {
+        std::int64_t const milliseconds = entry.timeNs / 1000000;
+        if (headLength_ != 0 && milliseconds == headMilliseconds_ && entry.pid == headPid_ && entry.tid == headTid_) {
+            return;
+        }
+        headMilliseconds_ = milliseconds;
+        headPid_ = entry.pid;
+        headTid_ = entry.tid;
+        char* end = putTime(head_, entry.timeNs);
+        if (origin == Origin::processAndThread) {
+            end = putNumber(end, entry.pid, '/');
+        }
+        if (origin != Origin::none) {
+            end = putNumber(end, entry.tid, ' ');
+        }
+        headLength_ = static_cast<std::size_t>(end - head_);
+    }
 
     void append(char const* text, std::size_t length) {
-        std::size_t const count = std::min(length, room());
+        std::size_t const count = std::min(length, static_cast<std::size_t>(rowEnd_ - end_));
         std::memcpy(end_, text, count);
         end_ += count;
     }
@@ -93,28 +117,45 @@ private:
     void appendText(TraceEntry const& entry) {
         auto const* bytes = reinterpret_cast<unsigned char const*>(entry.text);
         std::size_t left = entry.length;
-        while (left != 0 && room() != 0) {
-            std::size_t const length = zelq::utf8Length(bytes, left);
-            bool const isShown = length != 0 && !isControl(bytes, length);
-            std::size_t const taken = std::max<std::size_t>(length, 1);
-            if (!isShown) {
-                *end_++ = '.';
-            } else if (taken == 1) {
-                *end_++ = static_cast<char>(*bytes);
-            } else if (taken <= room()) {
-                append(reinterpret_cast<char const*>(bytes), taken);
+        char* end = end_;
+        while (left != 0 && end != rowEnd_) {
+            auto const room = static_cast<std::size_t>(rowEnd_ - end);
+            std::size_t taken = 1;
+            if (left >= wordSize && room >= wordSize && areAllPrintable(bytes)) {
+                taken = wordSize;
+                std::memcpy(end, bytes, taken);
+                end += taken;
+            } else if (isPrintable(*bytes)) {
+                *end++ = static_cast<char>(*bytes);
             } else {
-                return;
+                std::size_t const length = zelq::utf8Length(bytes, left);
+                if (length == 0 || isControl(bytes, length)) {
+                    taken = std::max<std::size_t>(length, 1);
+                    *end++ = '.';
+                } else if (length <= room) {
+                    taken = length;
+                    std::memcpy(end, bytes, taken);
+                    end += taken;
+                } else {
+                    break;
+                }
             }
             bytes += taken;
             left -= taken;
         }
+        end_ = end;
     }
 
     char* begin_;
     char* end_;
     char* rowEnd_ = nullptr;
     std::size_t width_;
+
+    char head_[headSize];
+    std::size_t headLength_ = 0;
+    std::int64_t headMilliseconds_ = 0;
+    std::uint32_t headPid_ = 0;
+    std::uint32_t headTid_ = 0;
 };
 
 struct Snapshot {

@@ -45,23 +45,19 @@ char* appendRow(char* to, unsigned long offset, unsigned char const* bytes, std:
     return to;
 }
 
-void writeText(unsigned int handle, char const* line) {
+inline int writeText(unsigned int handle, char const* line) {
     ProcessRing* const ring = zelq::processRing();
-    if (line != nullptr && ring != nullptr) {
-        zelq::writeLine(*ring, handle, line, strnlen(line, zelq::ringLineMax));
-    }
+    return line != nullptr && ring != nullptr ? zelq::writeLine(*ring, handle, line) : 0;
 }
 
 }  // namespace
 
 int xtr_trace(char const* line) {
-    writeText(0, line);
-    return 0;
+    return writeText(0, line);
 }
 
 int xtr_trace_cb(unsigned int handle, char const* line) {
-    writeText(handle, line);
-    return 0;
+    return writeText(handle, line);
 }
 
 int xtr_dump_bytes_cb(unsigned int handle, char const* label, void const* data, unsigned long length) {
@@ -76,8 +72,9 @@ int xtr_dump_bytes_cb(unsigned int handle, char const* label, void const* data, 
     }
     char* const behindLabel = line + labelLength;
     std::size_t const room = static_cast<std::size_t>(line + sizeof line - behindLabel);
-    auto const write = [&](char const* end) {
-        zelq::writeLine(*ring, handle, line, static_cast<std::size_t>(end - line));
+    auto const write = [&](char* end) {
+        *end = '\0';
+        zelq::writeLine(*ring, handle, line);
     };
 
     write(behindLabel + std::snprintf(behindLabel, room, " %lu bytes", length));

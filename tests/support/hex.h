@@ -51,4 +51,15 @@ inline Bytes toBytes(Block const& block) {
     return Bytes(block.get(), block.get() + sizeOf(block.get()));
 }
 
+// Blocks whose sizes are filled in, so that the others show what is odd about them: ".." stands for
+// the number of bytes from its place to the end of the text.
+inline Bytes withSizes(std::string text) {
+    for (std::size_t at = text.rfind(".."); at != std::string::npos; at = text.rfind("..")) {
+        std::size_t const size = fromHex(text.substr(at + 2)).size() + 4;
+        unsigned char const bytes[] = {static_cast<unsigned char>(size), static_cast<unsigned char>(size >> 8), 0, 0};
+        text.replace(at, 2, toHex(bytes, 4));
+    }
+    return fromHex(text);
+}
+
 #endif

@@ -6,30 +6,31 @@
 
 #include "zelqplatform/api.h"
 
-// The program-check exit service: functions of the program that run when it takes a program check
-// (SIGSEGV, SIGBUS, SIGFPE or SIGILL), and a way to look at memory without taking one.
-//
-// What happens at a program check, on the alternate stack of the thread that took it:
-//
-//   1. The user exits run, in the order of their registration, once for a program check. Only one
-//      thread runs them at a time. One that faults meanwhile waits for it, but no longer than
-//      XPCE_WAIT_SECONDS; it runs no exits itself.
-//   2. Then comes the action that the service replaced. A handler is called, with the same arguments
-//      and the signal mask that it asked for; when it returns, so does the service, and the failing
-//      instruction repeats. SIG_IGN counts as the default for what is a fault.
-//   3. The default action ends the process by the signal that it has been sent, with the siginfo and
-//      the registers of the program check, so exit status and core file are those of a program
-//      without the service.
-//
-// An exit that takes a program check itself ends there, and with it step 1: the exits after it do
-// not run. Steps 2 and 3 follow with the signal of the first program check, not with the exit's own.
-//
-// The same instruction of a thread that fails again at the same address, because a handler returned
-// without mending anything, is no new program check: the exits do not run again.
-//
-// A signal sent by kill() counts as a program check, unless it was ignored before the setup. One
-// that is sent to a thread running exits is dropped. A fault while its signal is blocked ends the
-// process at once; no handler of any kind can be called then.
+/// \file
+/// The program-check exit service: functions of the program that run when it takes a program check
+/// (SIGSEGV, SIGBUS, SIGFPE or SIGILL), and a way to look at memory without taking one.
+///
+/// What happens at a program check, on the alternate stack of the thread that took it:
+///
+///   1. The user exits run, in the order of their registration, once for a program check. Only one
+///      thread runs them at a time. One that faults meanwhile waits for it, but no longer than
+///      XPCE_WAIT_SECONDS; it runs no exits itself.
+///   2. Then comes the action that the service replaced. A handler is called, with the same arguments
+///      and the signal mask that it asked for; when it returns, so does the service, and the failing
+///      instruction repeats. SIG_IGN counts as the default for what is a fault.
+///   3. The default action ends the process by the signal that it has been sent, with the siginfo and
+///      the registers of the program check, so exit status and core file are those of a program
+///      without the service.
+///
+/// An exit that takes a program check itself ends there, and with it step 1: the exits after it do
+/// not run. Steps 2 and 3 follow with the signal of the first program check, not with the exit's own.
+///
+/// The same instruction of a thread that fails again at the same address, because a handler returned
+/// without mending anything, is no new program check: the exits do not run again.
+///
+/// A signal sent by kill() counts as a program check, unless it was ignored before the setup. One
+/// that is sent to a thread running exits is dropped. A fault while its signal is blocked ends the
+/// process at once; no handler of any kind can be called then.
 
 typedef siginfo_t siginfo;
 
@@ -44,8 +45,9 @@ typedef void (*xpce_user_exit)(int, siginfo*, void*);
 }
 
 /// Results of the functions below. The second integer (crc) tells more. A result with crc 0 is what
-/// doing a thing twice gives; nothing changed. Callers take results above 7 for failures of the
-/// system. Never renumber them: they stand in traces.
+/// doing a thing twice gives; nothing changed. Callers take results above 7 for failures that the
+/// service has logged itself. This one logs nothing, and so gives none. Never renumber them: they
+/// stand in traces.
 enum xpce_result {
     XPCE_OK = 0,                  ///< done; crc 0
     XPCE_ALREADY_REGISTERED = 1,  ///< the exit is in the table, where it was; crc 0
@@ -53,8 +55,8 @@ enum xpce_result {
     XPCE_NOT_SET_UP = 3,          ///< no xpce_setup() is in force; crc EPERM
     XPCE_NO_EXIT = 4,             ///< the exit is null; crc EINVAL
     XPCE_TABLE_FULL = 5,          ///< XPCE_EXIT_MAX exits are registered; crc ENOSPC
-    XPCE_NO_STACK = 8,            ///< the thread's alternate stack cannot be made; crc is the errno
-    XPCE_NO_ACTION = 9,           ///< a signal's action cannot be changed; crc is the errno
+    XPCE_NO_STACK = 6,            ///< the thread's alternate stack cannot be made; crc is the errno
+    XPCE_NO_ACTION = 7,           ///< a signal's action cannot be changed; crc is the errno
 };
 
 enum {

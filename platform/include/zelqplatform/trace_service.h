@@ -3,11 +3,12 @@
 
 #include "zelqplatform/api.h"
 
-// The trace service keeps the newest trace lines of all programs of one user in a ring in shared
-// memory. A line goes to the ring during the call; no pointer is kept. The functions allocate
-// nothing, take no lock, keep errno, never fail visibly and may be called from any thread. They
-// may be called from a signal handler once the process has written its first line (that first
-// call maps the ring). A line longer than 199 characters keeps its first 199.
+/// \file
+/// The trace service keeps the newest trace lines of all programs of one user in a ring in shared
+/// memory. A line goes to the ring during the call; no pointer is kept. The functions allocate
+/// nothing, take no lock, keep errno, never fail visibly and may be called from any thread. They
+/// may be called from a signal handler once the process has written its first line (that first
+/// call maps the ring). A line longer than 199 characters keeps its first 199.
 
 extern "C" {
 

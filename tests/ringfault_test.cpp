@@ -1,0 +1,167 @@
+// The ring when calls of the system fail, among programs that die, and in the hands of others.
+
+#include "ringfixture.h"
+
+#include <sys/ptrace.h>
+#include <cerrno>
+
+#include "support/failingcalls.h"
+
+namespace ringtest {
+namespace {
+
+constexpr std::size_t longestLine = 100000;  // instructions, with sanitizers too
+
+TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
+    char const* const calls = " open openat mkdir fstat fchmod posix_fallocate pread pwrite linkat ";
+    Fault const faults[] = {
+        {"ENOSPC", ENOSPC, false, calls},
+        {"ENOSPC from then on", ENOSPC, true, calls},
+        {"death", dies, false, calls},
+    };
+    unsigned hits = 0;
+    for (Fault const& fault : faults) {
+        bool isHit = true;
+        for (unsigned n = 1; isHit; ++n) {
+            SCOPED_TRACE(std::string(fault.what) + " at call " + std::to_string(n));
+            std::filesystem::remove_all(folder_);
+            int const status = inChild([&] {
+                FaultAtCall atCall(fault, n);
+                {
+                    CallsHooked const hooked(std::ref(atCall));
+                    errno = ENOTTY;
+                    xtr_trace("first");
+                    EXPECT_EQ(ENOTTY, errno);
+                }
+                char snapshot[1000];
+                EXPECT_EQ(0, xtr_fetch(snapshot, 10, 80, nullptr, nullptr));
+                _exit(testing::Test::HasFailure() ? 1 : atCall.failed().empty() ? 2 : 0);
+            });
+            isHit = status == 0;
+            EXPECT_TRUE(isHit || WEXITSTATUS(status) == 2);
+            hits += isHit ? 1U : 0U;
+            std::error_code none;
+            for (auto const& entry : std::filesystem::directory_iterator(folder_, none)) {
+                EXPECT_EQ(ring_, entry.path()) << "left behind";
+            }
+            EXPECT_EQ(0, inChild([&] {
+                          xtr_trace("next");
+                          EXPECT_TRUE(usesSharedRing());
+                      }));
+        }
+    }
+    EXPECT_GT(hits, 30U) << "are the calls still hooked?";
+}
+
+TEST_F(Ring, IsNotSharedThroughAFolderThatOthersCanChange) {
+    ASSERT_EQ(0, chmod(folder_.c_str(), 0770));
+    auto const expectPrivate = [&] {
+        EXPECT_EQ(0, inChild([] {
+                      xtr_trace("line");
+                      EXPECT_FALSE(usesSharedRing());
+                  }));
+        EXPECT_FALSE(std::filesystem::exists(ring_));
+    };
+    expectPrivate();
+    ASSERT_EQ(0, chmod(folder_.c_str(), 0702));
+    expectPrivate();
+    if (geteuid() == 0) {
+        ASSERT_EQ(0, chmod(folder_.c_str(), 0700));
+        ASSERT_EQ(0, chown(folder_.c_str(), 12345, 12345));
+        expectPrivate();
+    }
+}
+
+// Only the ring's owner can cut it short, and nothing that a library may do saves a program that
+// writes to a mapping then. All others go on, also those who start later.
+TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {
+    ASSERT_EQ(0, inChild([] { xtr_trace("first"); }));
+    RingReader reader;
+    ASSERT_EQ(0, reader.open());
+    pid_t const writer = start([] { writeChecked(1, ~0U); });
+    while (newest(reader, 2).size() < 2) {
+    }
+    ASSERT_EQ(0, truncate(ring_.c_str(), 0));
+    EXPECT_EQ(SIGBUS, WTERMSIG(wait(writer)));
+    EXPECT_EQ(0U, newest(reader, 2).size());
+    EXPECT_EQ(0, inChild([] {
+                  xtr_trace("line");
+                  EXPECT_FALSE(usesSharedRing());
+              }));
+    std::filesystem::remove(ring_);
+    EXPECT_EQ(0, inChild([] {
+                  xtr_trace("line");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
+}
+
+/// A process that writes lines, one instruction after the other.
+class SteppedWriter {
+public:
+    SteppedWriter()
+        : pid_(start([] {
+              xtr_trace("first");
+              ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+              for (raise(SIGSTOP);;) {
+                  xtr_trace("line");
+              }
+          })) {
+        waitpid(pid_, nullptr, 0);
+    }
+    ~SteppedWriter() {
+        kill(pid_, SIGKILL);
+        wait(pid_);
+    }
+    SteppedWriter(SteppedWriter const&) = delete;
+    SteppedWriter& operator=(SteppedWriter const&) = delete;
+
+    /// False when the condition has not come true within a line's time.
+    template <typename Condition>
+    bool stepUntil(Condition isTrue) {
+        for (std::size_t steps = 0; steps < longestLine; ++steps) {
+            if (isTrue()) {
+                return true;
+            }
+            int status = 0;
+            if (ptrace(PTRACE_SINGLESTEP, pid_, nullptr, nullptr) != 0 || waitpid(pid_, &status, 0) != pid_ ||
+                !WIFSTOPPED(status)) {
+                return false;
+            }
+        }
+        return false;
+    }
+
+private:
+    pid_t pid_;
+};
+
+// Another writer takes the slot, at each instruction between ticket and claim.
+TEST_F(Ring, ASlotIsNeverTakenFromTheWriterThatHasIt) {
+    makeSmallRing();
+    SteppedWriter writer;
+    auto const living = static_cast<std::uint32_t>(getpid());
+    std::uint64_t late = 0;
+    for (bool hasClaimed = false; !hasClaimed; ++late) {
+        SCOPED_TRACE(late);
+        std::uint64_t const ticket = header()->nextTicket;
+        ASSERT_TRUE(writer.stepUntil([&] { return header()->nextTicket != ticket; })) << "cannot step";
+        zelq::RingSlot& slot = slots()[ticket % smallRing];
+        std::uint64_t left = late;
+        ASSERT_TRUE(writer.stepUntil([&] { return zelq::isBusy(slot.control) || left-- == 0; }));
+        hasClaimed = zelq::isBusy(slot.control);
+        if (!hasClaimed) {
+            std::uint64_t const taken = zelq::slotControl(ticket / smallRing, living, true);
+            slot.control = taken;
+            zelq::RingSlot const& other = slots()[(ticket + 1) % smallRing];
+            std::uint64_t const lap = (ticket + 1) / smallRing;
+            ASSERT_TRUE(
+                writer.stepUntil([&] { return zelq::slotLap(other.control) == lap && !zelq::isBusy(other.control); }));
+            ASSERT_EQ(taken, slot.control);
+            slot.control = zelq::slotControl(ticket / smallRing, living, false);
+        }
+    }
+    EXPECT_GT(late, 2U) << "there is something between ticket and claim";
+}
+
+}  // namespace
+}  // namespace ringtest

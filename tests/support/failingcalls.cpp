@@ -1,0 +1,211 @@
+#include "support/failingcalls.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace {
+
+thread_local CallHook hook;
+thread_local bool isHooked = false;
+thread_local int descriptorOfCall = -1;
+thread_local long long sleptNs = 0;
+thread_local time_t wallClock = -1;
+
+int ask(char const* name, int descriptor) {
+    if (!isHooked) {
+        return 0;
+    }
+    int const saved = errno;
+    isHooked = false;
+    descriptorOfCall = descriptor;
+    int const answer = hook(name);
+    isHooked = true;
+    errno = saved;
+    if (answer == dies) {
+        _exit(0);
+    }
+    return answer;
+}
+
+// The C library's function of the same name: which of several names that is for one function of the
+// headers depends on the width of files and times.
+template <auto* replacement>
+auto* next() {
+    static auto* const found = [] {
+        Dl_info info;
+        void* const own = reinterpret_cast<void*>(replacement);
+        if (dladdr(own, &info) == 0 || info.dli_sname == nullptr || info.dli_saddr != own) {
+            std::fputs("the program does not export its symbols\n", stderr);
+            std::abort();
+        }
+        return reinterpret_cast<decltype(replacement)>(dlsym(RTLD_NEXT, info.dli_sname));
+    }();
+    return found;
+}
+
+template <auto* replacement, typename... Arguments>
+auto call(char const* name, int descriptor, Arguments... arguments) {
+    using Result = decltype(replacement(arguments...));
+    if (int const answer = ask(name, descriptor); answer > 0) {
+        errno = answer;
+        return static_cast<Result>(-1);
+    }
+    return next<replacement>()(arguments...);
+}
+
+mode_t modeOf(int flags, va_list arguments) {
+    return (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+}
+
+}  // namespace
+
+CallsHooked::CallsHooked(CallHook newHook) {
+    hook = std::move(newHook);
+    isHooked = true;
+}
+
+CallsHooked::~CallsHooked() {
+    isHooked = false;
+    hook = nullptr;
+    wallClock = -1;
+}
+
+int FaultAtCall::operator()(std::string const& name) {
+    bool const mayFail = *fault_.only == '\0' || std::string(fault_.only).find(" " + name + " ") != std::string::npos;
+    if (!mayFail || (failed_.empty() ? --left_ != 0 : !fault_.lasts || failed_ != name)) {
+        return 0;
+    }
+    failed_ = name;
+    return fault_.answer;
+}
+
+void setWallClock(time_t now) {
+    wallClock = now;
+}
+
+int hookedDescriptor() {
+    return descriptorOfCall;
+}
+
+#pragma GCC visibility push(default)
+extern "C" {
+
+int open(char const* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t const mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return call<open>("open", -1, path, flags, mode);
+}
+
+int openat(int folder, char const* path, int flags, ...) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode_t const mode = modeOf(flags, arguments);
+    va_end(arguments);
+    return call<openat>("openat", folder, folder, path, flags, mode);
+}
+
+ssize_t write(int file, void const* bytes, size_t size) {
+    int const answer = ask("write", file);
+    if (answer > 0) {
+        errno = answer;
+        return -1;
+    }
+    return next<write>()(file, bytes, answer == halfOfIt && size > 1 ? size / 2 : size);
+}
+
+ssize_t pread(int file, void* bytes, size_t size, off_t offset) {
+    return call<pread>("pread", file, file, bytes, size, offset);
+}
+
+ssize_t pwrite(int file, void const* bytes, size_t size, off_t offset) {
+    return call<pwrite>("pwrite", file, file, bytes, size, offset);
+}
+
+int fsync(int file) {
+    return call<fsync>("fsync", file, file);
+}
+
+int fdatasync(int file) {
+    return call<fdatasync>("fdatasync", file, file);
+}
+
+int fstat(int file, struct stat* status) noexcept {
+    return call<fstat>("fstat", file, file, status);
+}
+
+int fstatat(int folder, char const* name, struct stat* status, int flags) noexcept {
+    return call<fstatat>("fstatat", folder, folder, name, status, flags);
+}
+
+off_t lseek(int file, off_t offset, int from) noexcept {
+    return call<lseek>("lseek", file, file, offset, from);
+}
+
+int ftruncate(int file, off_t size) noexcept {
+    return call<ftruncate>("ftruncate", file, file, size);
+}
+
+int fchmod(int file, mode_t mode) noexcept {
+    return call<fchmod>("fchmod", file, file, mode);
+}
+
+int posix_fallocate(int file, off_t offset, off_t size) {
+    int const answer = ask("posix_fallocate", file);
+    return answer > 0 ? answer : next<posix_fallocate>()(file, offset, size);
+}
+
+int linkat(int fromFolder, char const* from, int toFolder, char const* to, int flags) noexcept {
+    return call<linkat>("linkat", fromFolder, fromFolder, from, toFolder, to, flags);
+}
+
+int flock(int file, int operation) noexcept {
+    return call<flock>(operation == LOCK_UN ? "unlock" : "flock", file, file, operation);
+}
+
+int mkdir(char const* path, mode_t mode) noexcept {
+    return call<mkdir>("mkdir", -1, path, mode);
+}
+
+int renameat(int fromFolder, char const* from, int toFolder, char const* to) noexcept {
+    return call<renameat>("renameat", fromFolder, fromFolder, from, toFolder, to);
+}
+
+int unlinkat(int folder, char const* name, int flags) noexcept {
+    return call<unlinkat>("unlinkat", folder, folder, name, flags);
+}
+
+int clock_gettime(clockid_t clock, struct timespec* now) noexcept {
+    int const result = call<clock_gettime>("clock_gettime", -1, clock, now);
+    if (isHooked && clock == CLOCK_MONOTONIC) {
+        now->tv_sec += static_cast<time_t>(sleptNs / 1000000000);
+    }
+    if (isHooked && clock == CLOCK_REALTIME && wallClock >= 0) {
+        *now = {wallClock, 0};
+    }
+    return result;
+}
+
+ssize_t getrandom(void* bytes, size_t size, unsigned flags) {
+    return call<getrandom>("getrandom", -1, bytes, size, flags);
+}
+
+int nanosleep(struct timespec const* time, struct timespec* left) {
+    if (!isHooked) {
+        return next<nanosleep>()(time, left);
+    }
+    sleptNs += static_cast<long long>(time->tv_sec) * 1000000000 + time->tv_nsec;
+    return 0;
+}
+}
+#pragma GCC visibility pop

@@ -1,0 +1,57 @@
+// zelq log verify
+
+#include "folderreport.h"
+#include "logcommands.h"
+#include "progress.h"
+#include "storereader.h"
+
+namespace zelq {
+namespace {
+
+/// Prints each fault when it is found: there may be more of them than memory for them.
+class FaultPrinter : public FaultSink {
+public:
+    FaultPrinter(Progress& progress, Output& output) : progress_(progress), output_(output) {}
+
+private:
+    void keep(Fault&& fault) override {
+        progress_.hide();
+        output_.print(fault.isTorn ? Style::plain : Style::alarm, printable(describe(fault)));
+        output_.print("\n");
+        output_.flush();
+    }
+
+    Progress& progress_;
+    Output& output_;
+};
+
+}  // namespace
+
+int verifyStore(Output& output) {
+    StoreReader store;
+    if (ExitStatus const status = openStore(store); status != exitFine) {
+        return status;
+    }
+    Progress progress("verifying", store.files().totalSize());
+    FaultPrinter faults(progress, output);
+    std::uint64_t records = 0;
+    store.visit(
+        StoreReader::Order::oldestFirst, faults,
+        [&](Record const&, std::string_view, RecordPlace const&) {
+            ++records;
+            return !output.isDone();
+        },
+        &progress);
+    progress.hide();
+    std::string summary = counted(records, "record") + " in " + counted(store.files().files().size(), "file") + ", " +
+                          byteCount(static_cast<std::uint64_t>(store.files().totalSize())) + ": ";
+    if (faults.damaged() == 0 && faults.torn() == 0) {
+        summary += "all fine";
+    } else {
+        summary += std::to_string(faults.damaged()) + " damaged, " + std::to_string(faults.torn()) + " torn";
+    }
+    output.print(summary + "\n");
+    return faults.damaged() > 0 ? exitDamaged : exitFine;
+}
+
+}  // namespace zelq
