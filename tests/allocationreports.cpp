@@ -12,7 +12,7 @@ namespace {
 void tryMicrocodeLogs() {
     XMicrocodeLog::Attribute const all = XLog::informational;
     XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, longText);
-    XEndMicrocodeLog other(5, 6, 7, 8, "other", longText, all, 0, "");
+    XEndMicrocodeLog other(5, 6, 7, 8, "other", longText, all, 1, "");
     other.addData(XLogData(someBytes, 5, 1));
     other.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
     PlainMicrocodeLog const plain(1, 2, 3, 4, 5, longText, longText, all, 0, longText);

@@ -64,6 +64,8 @@ TEST(Log, ReadsChildrenInAnyOrderAndTheLastOfEach) {
     EXPECT_STREQ(log.logId(), "X");
     EXPECT_EQ(log.user(), 0x0304);
     EXPECT_EQ(log.isError(), 1);
+    // The two reserved words at the end mean nothing here and must reach the next reader.
+    EXPECT_NE(hexOf(XLog(log)).find("11 22 04 03 00 01 00 00 01 00 00 00 02 00 00 00"), std::string::npos);
 }
 
 TEST(Log, TracesItsWritingAndReading) {

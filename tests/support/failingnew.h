@@ -7,6 +7,9 @@
 /// Makes the n-th allocation of this thread fail, 1 being the next one; 0 makes none fail.
 void failAllocation(unsigned n);
 
+/// Counts one allocation that is not made by new; true when it is the one to fail.
+bool allocationFails();
+
 /// True when the allocation that failAllocation() named has come up, and failed.
 bool hasFailed();
 
