@@ -62,26 +62,28 @@ char* putCharacters(char* to, Word characters, unsigned skipped = 0) {
 }
 
 template <class Word>
-char* putDecimal(char* to, Word number) {
+inline char* putFirst(char* to, Word number) {
+    Word const values = decimalDigits(number);
+    return putCharacters(to, values + every<Word> * '0', leadingZeros(values));
+}
+
+template <class Word>
+inline char* putNext(char* to, Word number) {
+    return putCharacters(to, decimalDigits(number) + every<Word> * '0');
+}
+
+/// A number of at least decimalBase, such as an address.
+template <class Word>
+__attribute__((noinline)) char* putLong(char* to, Word number) {
     constexpr Word base = decimalBase<Word>;
-    constexpr Word zeros = every<Word> * '0';
-    if (number < 10) {
-        *to = static_cast<char>('0' + number);
-        return to + 1;
-    }
-    if (number < base) {
-        Word const values = decimalDigits(number);
-        return putCharacters(to, values + zeros, leadingZeros(values));
-    }
     Word const high = number / base;
     if (high < base) {
-        Word const values = decimalDigits(high);
-        to = putCharacters(to, values + zeros, leadingZeros(values));
+        to = putFirst(to, high);
     } else {
-        to = putDecimal(to, high / base);
-        to = putCharacters(to, decimalDigits(high % base) + zeros);
+        to = putFirst(to, high / base);
+        to = putNext(to, high % base);
     }
-    return putCharacters(to, decimalDigits(number % base) + zeros);
+    return putNext(to, number % base);
 }
 
 /// The eight hexadecimal digits of a number as values, the first one in the lowest byte.
@@ -103,7 +105,12 @@ inline std::uint64_t hexadecimalCharacters(std::uint64_t values) {
 /// Writes the number's decimal digits and returns the end of them.
 inline char* putDecimal(char* to, unsigned long number) {
     using Word = std::conditional_t<sizeof number == 8, std::uint64_t, std::uint32_t>;
-    return digits::putDecimal(to, static_cast<Word>(number));
+    auto const word = static_cast<Word>(number);
+    if (word < 10) {
+        *to = static_cast<char>('0' + word);
+        return to + 1;
+    }
+    return word < digits::decimalBase<Word> ? digits::putFirst(to, word) : digits::putLong(to, word);
 }
 
 /// Writes the number's last `width` hexadecimal digits, 16 at most; all of them, and no zero before

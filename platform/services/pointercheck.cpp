@@ -13,6 +13,8 @@
 
 namespace {
 
+constexpr std::uintptr_t pageSize = 4096;  // of every x86
+
 // What the kernel reads for a signal mask. An aligned word of that size never crosses a page.
 constexpr std::uintptr_t wordSize = 8;
 
@@ -38,12 +40,11 @@ std::atomic<Check> theCheck{nullptr};
 // of which the answer is known.
 Check chooseCheck() {
     alignas(wordSize) static char const readable[wordSize] = {};
-    void* const unreadable =
-        mmap(nullptr, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* const unreadable = mmap(nullptr, pageSize, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     bool isRight = unreadable != MAP_FAILED && checkByMask(reinterpret_cast<std::uintptr_t>(readable)) == 0 &&
                    checkByMask(reinterpret_cast<std::uintptr_t>(unreadable)) == EFAULT;
     if (unreadable != MAP_FAILED) {
-        munmap(unreadable, static_cast<std::size_t>(sysconf(_SC_PAGESIZE)));
+        munmap(unreadable, pageSize);
     }
     Check const chosen = isRight ? checkByMask : checkByReading;
     theCheck.store(chosen, std::memory_order_relaxed);
@@ -59,13 +60,12 @@ int checkPages(std::uintptr_t first, unsigned long length) {
     if (check == nullptr) {
         check = chooseCheck();
     }
-    auto const page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     // A page can be read whole or not at all: one word of each tells.
-    for (std::uintptr_t at = first;; at = (at / page + 1) * page) {
+    for (std::uintptr_t at = first;; at = (at / pageSize + 1) * pageSize) {
         if (int const failure = check(at / wordSize * wordSize); failure != 0) {
             return failure;
         }
-        if (last / page == at / page) {
+        if (last / pageSize == at / pageSize) {
             return 0;
         }
     }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/copybytes.h"
 #include "common/statefolder.h"
 #include "tracing/ringfile.h"
 
@@ -46,7 +47,7 @@ void copyNumbers(unsigned char const* slot, TraceEntry* entry) {
 }
 
 void copyText(unsigned char const* slot, TraceEntry* entry) {
-    std::memcpy(entry->text, slot + offsetof(RingSlot, text), entry->length);
+    copyBytes(entry->text, slot + offsetof(RingSlot, text), entry->length);
     entry->text[entry->length] = '\0';
 }
 

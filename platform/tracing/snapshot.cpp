@@ -7,6 +7,7 @@
 #include <memory>
 #include <new>
 
+#include "common/copybytes.h"
 #include "common/errnokeeper.h"
 #include "common/utf8.h"
 #include "tracing/ring.h"
@@ -89,11 +90,13 @@ public:
 private:
     // Most rows begin like the one before.
     void makeHead(TraceEntry const& entry, Origin origin) {
-        std::int64_t const milliseconds = entry.timeNs / 1000000;
-        if (headLength_ != 0 && milliseconds == headMilliseconds_ && entry.pid == headPid_ && entry.tid == headTid_) {
+        constexpr std::int64_t millisecond = 1000000;
+        if (entry.timeNs >= headBeginNs_ && entry.timeNs < headEndNs_ && entry.pid == headPid_ &&
+            entry.tid == headTid_) {
             return;
         }
-        headMilliseconds_ = milliseconds;
+        headBeginNs_ = entry.timeNs - entry.timeNs % millisecond;
+        headEndNs_ = headBeginNs_ + millisecond;
         headPid_ = entry.pid;
         headTid_ = entry.tid;
         char* end = putTime(head_, entry.timeNs);
@@ -108,7 +111,7 @@ private:
 
     void append(char const* text, std::size_t length) {
         std::size_t const count = std::min(length, static_cast<std::size_t>(rowEnd_ - end_));
-        std::memcpy(end_, text, count);
+        zelq::copyBytes(end_, text, count);
         end_ += count;
     }
 
@@ -153,7 +156,8 @@ private:
 
     char head_[headSize];
     std::size_t headLength_ = 0;
-    std::int64_t headMilliseconds_ = 0;
+    std::int64_t headBeginNs_ = 0;  // for times from here
+    std::int64_t headEndNs_ = 0;    // up to here
     std::uint32_t headPid_ = 0;
     std::uint32_t headTid_ = 0;
 };
