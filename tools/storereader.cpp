@@ -186,6 +186,7 @@ std::vector<std::string> StoreReader::complaints() const {
         return left.index != right.index ? left.index > right.index : left.line < right.line;
     });
     std::vector<std::string> texts;
+    texts.reserve(sorted.size());
     for (Complaint& complaint : sorted) {
         texts.push_back(std::move(complaint.text));
     }
