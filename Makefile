@@ -61,6 +61,25 @@ test-tsan:
 	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
 	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
 
+# clang-tidy by .clang-tidy (its version knows no __constinit), and cppcheck less cmake/cppcheck.txt.
+sources := platform block trace logdata log mclog exception trap moduleinfo tools
+lint:
+	@cmake/install-packages $(build_packages) clang-tidy cppcheck
+	cmake --preset native -DZELQCOOD_TESTS=OFF
+	run-clang-tidy -quiet -p build/native -extra-arg=-D__constinit= $(sources:%=$(CURDIR)/%/.*) 2>/dev/null
+	cppcheck -q --std=c++17 --enable=warning,performance,portability --suppressions-list=cmake/cppcheck.txt \
+	    --error-exitcode=1 -Iinclude -Iplatform/include -Iplatform -I. $(sources)
+
+# Lines that no test of the library, the services and the viewer runs through. One test limits the
+# size of files, those of the counts too.
+coverage:
+	@cmake/install-packages $(test_packages) gcovr
+	cmake --preset coverage
+	cmake --build --preset coverage
+	ctest --test-dir build/coverage --output-on-failure -j 2 -E NeedsLittleMemory
+	gcovr --root . --object-directory build/coverage --exclude-throw-branches --exclude-unreachable-branches \
+	    $(sources:%=--filter '%/') --txt --html-details build/coverage/index.html
+
 # The tests bring an operator new of their own, which valgrind must leave in place.
 memcheck:
 	@cmake/install-packages $(test_packages) valgrind

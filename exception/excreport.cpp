@@ -28,7 +28,7 @@ public:
         auto item = std::make_unique<XMicrocodeLogData>(nullptr, 0, XMicrocodeLogData::textFormat);
         item->setData(static_cast<char*>(text), text.length());
         items_.push_front(item.get());
-        item.release();
+        static_cast<void>(item.release());
     }
     ~TextInFront() {
         if (!isRecording_) {
@@ -68,6 +68,7 @@ ZoString XBaseException::asString() const {
     return result;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): programs are compiled for a copy
 XBaseException const& XBaseException::asTrace(ZoString component, char level) const {
     constexpr int duplicateLine = 563;
     std::unique_ptr<char, Free> const copy(zelqmemdebug_strdup(asString(), "xexcbase.cpp", duplicateLine));

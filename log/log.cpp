@@ -23,7 +23,7 @@ void deleteItems(std::list<XLogData*>& items) {
 void appendClone(std::list<XLogData*>& items, XLogData const& original) {
     std::unique_ptr<XLogData> copy(original.clone());
     items.push_back(copy.get());
-    copy.release();
+    static_cast<void>(copy.release());
 }
 
 void appendClones(std::list<XLogData*>& items, std::list<XLogData*> const& originals) {

@@ -23,7 +23,7 @@ void insertText(std::list<XLogData*>& items, ZoString const& text) {
     std::unique_ptr<XLogData> item(
         new XMicrocodeLogData(static_cast<char*>(text), text.length(), XMicrocodeLogData::textFormat));
     items.push_front(item.get());
-    item.release();
+    static_cast<void>(item.release());
 }
 
 void removeFirst(std::list<XLogData*>& items) {

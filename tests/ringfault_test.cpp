@@ -5,6 +5,7 @@
 #include <sys/ptrace.h>
 #include <cerrno>
 
+#include "common/statefolder.h"
 #include "support/failingcalls.h"
 
 namespace ringtest {
@@ -161,6 +162,44 @@ TEST_F(Ring, ASlotIsNeverTakenFromTheWriterThatHasIt) {
         }
     }
     EXPECT_GT(late, 2U) << "there is something between ticket and claim";
+}
+
+std::string folderFor(zelq::FolderUse use) {
+    char path[zelq::folderPathSize];
+    int const failure = zelq::stateFolderPath(use, path);
+    return failure == 0 ? path : std::strerror(failure);
+}
+
+TEST(StateFolder, LiesWhereTheEnvironmentSays) {
+    EXPECT_EQ(0, inChild([] {
+                  ASSERT_TRUE(geteuid() != 0 || setuid(12345) == 0);
+                  std::string const user = std::to_string(geteuid());
+                  setenv("ZELQ_DIR", "/some/where", 1);
+                  setenv("HOME", "/home/me", 1);
+                  EXPECT_EQ("/some/where", folderFor(zelq::FolderUse::store));
+                  EXPECT_EQ("/some/where", folderFor(zelq::FolderUse::ring));
+                  setenv("ZELQ_DIR", "", 1);
+                  EXPECT_EQ("/dev/shm/zelq-" + user, folderFor(zelq::FolderUse::ring));
+                  EXPECT_EQ("/home/me/.local/state/zelq", folderFor(zelq::FolderUse::store));
+                  setenv("HOME", "not/absolute", 1);
+                  EXPECT_EQ("/var/tmp/zelq-" + user, folderFor(zelq::FolderUse::store));
+                  setenv("ZELQ_DIR", std::string(600, 'x').c_str(), 1);
+                  EXPECT_EQ(std::strerror(ENAMETOOLONG), folderFor(zelq::FolderUse::store));
+              }));
+}
+
+TEST(StateFolder, SizesAreTakenOrLeft) {
+    struct Row {
+        char const* text;
+        unsigned long long size;
+    };
+    for (Row const& row :
+         {Row{"", 7}, Row{"5000", 5000}, Row{"5K", 5120}, Row{"2M", 2 << 20}, Row{"1G", 1 << 30}, Row{"2G", 1 << 30},
+          Row{"99999999999999999999", 1 << 30}, Row{"18446744073709551615G", 1 << 30}, Row{"1", 100}, Row{"0K", 100},
+          Row{"5KB", 7}, Row{"5k", 7}, Row{"-5", 7}, Row{" 5", 7}}) {
+        setenv("SIZE", row.text, 1);
+        EXPECT_EQ(row.size, zelq::sizeFromEnvironment("SIZE", 7, 100, 1 << 30)) << row.text;
+    }
 }
 
 }  // namespace

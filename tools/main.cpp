@@ -165,6 +165,8 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
+// Any other exception is a fault of the program itself, and ends it.
+// NOLINTNEXTLINE(bugprone-exception-escape)
 int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe becomes a failed write, which finish() judges
     try {

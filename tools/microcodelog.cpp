@@ -40,7 +40,7 @@ bool isSecondaryCodes(std::string_view text) {
 
 // A snapshot without rows is a single zero byte, which the store does not take for text.
 bool isTrace(RecordItem const& item) {
-    return traceName(item.id) != nullptr && (item.isText || item.bytes == std::string_view("", 1));
+    return traceName(item.id) != nullptr && (item.isText || item.bytes == std::string_view("\0", 1));
 }
 
 }  // namespace

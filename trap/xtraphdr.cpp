@@ -84,6 +84,7 @@ XTrapHandler::XTrapHandler(ProcessType processType, void (*exit)(int, siginfo*, 
     xtr_trace("XPCE___T: < XTrapHandler::XTrapHandler");
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): what its failure has to be
 XTrapHandler::~XTrapHandler() noexcept(false) {
     xtr_trace("XPCE___T: > XTrapHandler::~XTrapHandler");
     if (userExit_ != nullptr) {

@@ -25,7 +25,7 @@ public:
 
     /// Removes the exit and undoes the set-up. A failing removal is thrown, and then the set-up stays;
     /// while another exception is on its way it is left in the trace, and the set-up is undone.
-    ~XTrapHandler() noexcept(false);
+    ~XTrapHandler() noexcept(false);  // NOLINT(bugprone-exception-escape)
 
     XTrapHandler(XTrapHandler const&) = delete;
     XTrapHandler& operator=(XTrapHandler const&) = delete;

@@ -15,6 +15,7 @@ ZoBuffer::ZoBuffer(ZoBuffer&& other) noexcept : ZoBuffer() {
     *this = static_cast<ZoBuffer&&>(other);
 }
 
+// NOLINTNEXTLINE(bugprone-unhandled-self-assignment,cert-oop54-cpp): assign() takes its own contents
 ZoBuffer& ZoBuffer::operator=(ZoBuffer const& other) {
     assign(other.contents_, other.length_);
     return *this;
