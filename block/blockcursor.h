@@ -61,9 +61,8 @@ public:
 
     /// Walks blocks that stand back to back in `size` readable bytes, without a block around them.
     static BlockCursor overSequence(unsigned char* start, std::uint32_t size) {
-        BlockCursor cursor(start, 0);
+        BlockCursor cursor;
         cursor.next_ = start;
-        cursor.offset_ = 0;
         cursor.remaining_ = size;
         return cursor;
     }

@@ -25,7 +25,7 @@ class BlockReader {
 public:
     /// `block` may be null, which accepts() reports; otherwise it holds at least a header.
     BlockReader(unsigned char* block, TraceMask& component, char level)
-        : block_(block), component_(component), level_(level), cursor_(nullptr, 0) {}
+        : block_(block), component_(component), level_(level) {}
 
     /// True when the block is there and has this type, format 1 and a possible size. `expected` is
     /// how the message gives the expected type, by default in hexadecimal.
