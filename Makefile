@@ -10,12 +10,15 @@ endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
 test_packages := $(build_packages) googletest python3 pkg-config
-bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
+bench_packages := $(build_packages) python3 libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev \
+    libboost-dev libflatbuffers-dev flatbuffers-compiler libcereal-dev nlohmann-json3-dev libsqlite3-dev libunwind-dev \
+    liblttng-ust-dev
 test_presets := i386 native asan
 
 PREFIX ?= /usr/local
+BENCH_ARGS ?= --benchmark_min_time=0.1 --benchmark_repetitions=5 --benchmark_display_aggregates_only=true
 
-.PHONY: all demo test test-instructions bench install clean
+.PHONY: all demo test test-instructions bench ledger-i386 install clean
 
 all: demo
 
@@ -42,13 +45,26 @@ test-instructions:
 	cmake --build --preset release --target runoperation
 	bench/instructions.py $(if $(RENEW),--renew) build/release
 
+# Ledger and benchmarks in one run; results in build/bench.
 bench:
 	@cmake/install-packages $(bench_packages)
 	cmake --preset release
 	cmake --build --preset release
+	@mkdir -p build/bench
+	build/release/bench/ledger build/bench/ledger.json
 	@for program in build/release/bench/*_bench; do \
-	    echo; echo "$$program"; $$program $(BENCH_ARGS) || exit 1; \
+	    echo; echo "$$program"; \
+	    $$program --benchmark_out=build/bench/$$(basename $$program).json $(BENCH_ARGS) || exit 1; \
 	done
+	@echo; bench/summarise.py build/bench
+
+# The ledger of the 32-bit libraries.
+ledger-i386:
+	@cmake/install-packages $(build_packages)
+	cmake --preset release-i386
+	cmake --build --preset release-i386 --target ledger
+	@mkdir -p build/bench
+	build/release-i386/bench/ledger build/bench/ledger-i386.json
 
 install:
 	@cmake/install-packages $(build_packages)
