@@ -11,7 +11,9 @@ endif
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
 test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base rsyslog rsyslog-relp
 package_packages := $(build_packages) dpkg-dev file pkg-config
-bench_packages := $(build_packages) libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev libboost-dev
+bench_packages := $(build_packages) python3 libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev \
+    libboost-dev libflatbuffers-dev flatbuffers-compiler libcereal-dev nlohmann-json3-dev libsqlite3-dev libunwind-dev \
+    liblttng-ust-dev
 # 32-bit code needs the C++ library of g++-multilib; clang's run-time package holds both widths.
 fuzz_packages := $(build_packages) clang libclang-rt-dev
 test_presets := i386 native asan
@@ -21,8 +23,9 @@ package_presets := package-native package-i386
 
 PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
+BENCH_ARGS ?= --benchmark_min_time=0.1 --benchmark_repetitions=5 --benchmark_display_aggregates_only=true
 
-.PHONY: all demo test test-instructions test-package test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench
+.PHONY: all demo test test-instructions test-package test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench ledger-i386
 .PHONY: docs package install clean
 
 all: demo
@@ -109,13 +112,26 @@ package:
 test-package: package
 	tests/package_test.sh $(CURDIR)
 
+# Ledger and benchmarks in one run; results in build/bench.
 bench:
 	@cmake/install-packages $(bench_packages)
 	cmake --preset release
 	cmake --build --preset release
+	@mkdir -p build/bench
+	build/release/bench/ledger build/bench/ledger.json
 	@for program in build/release/bench/*_bench; do \
-	    echo; echo "$$program"; $$program $(BENCH_ARGS) || exit 1; \
+	    echo; echo "$$program"; \
+	    $$program --benchmark_out=build/bench/$$(basename $$program).json $(BENCH_ARGS) || exit 1; \
 	done
+	@echo; bench/summarise.py build/bench
+
+# The ledger of the 32-bit libraries.
+ledger-i386:
+	@cmake/install-packages $(build_packages)
+	cmake --preset release-i386
+	cmake --build --preset release-i386 --target ledger
+	@mkdir -p build/bench
+	build/release-i386/bench/ledger build/bench/ledger-i386.json
 
 fuzz fuzz-i386:
 	@cmake/install-packages $(fuzz_packages)

@@ -1,11 +1,16 @@
 // What a backtrace with names costs, beside the bare addresses of the same stack: when its lines
-// are remembered, and when each has to be looked up. Link with benchmark_main.
+// are remembered, and when each has to be looked up; and beside other ways to a text with names. Link with
+// benchmark_main.
 
 #include <benchmark/benchmark.h>
 
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <cstdlib>
+
+#ifdef ZELQ_BENCH_STACKTRACE
+#include <boost/stacktrace.hpp>
+#endif
 
 #include "zelqplatform/errorlog_service.h"
 
@@ -61,7 +66,27 @@ __attribute__((noipa)) void rememberedLines(benchmark::State& state) {
         benchmark::DoNotOptimize(&description);
     }
     state.counters["frames"] = Description().frames();
+    state.SetLabel("backtrace as text|zelqcood");
 }
+
+__attribute__((noipa)) void symbols(benchmark::State& state) {
+    void* addresses[deeper];
+    for (auto _ : state) {
+        char** const names = backtrace_symbols(addresses, backtrace(addresses, deeper));
+        benchmark::DoNotOptimize(names);
+        std::free(names);
+    }
+    state.SetLabel("backtrace as text|backtrace_symbols");
+}
+
+#ifdef ZELQ_BENCH_STACKTRACE
+__attribute__((noipa)) void boostText(benchmark::State& state) {
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(to_string(boost::stacktrace::stacktrace()));
+    }
+    state.SetLabel("backtrace as text|boost::stacktrace");
+}
+#endif
 
 // Loading any module makes the service forget all lines.
 __attribute__((noipa)) void newLines(benchmark::State& state) {
@@ -80,5 +105,9 @@ __attribute__((noipa)) void newLines(benchmark::State& state) {
 BENCHMARK_CAPTURE(descend, bareAddresses, bareAddresses);
 BENCHMARK_CAPTURE(descend, rememberedLines, rememberedLines);
 BENCHMARK_CAPTURE(descend, newLines, newLines);
+BENCHMARK_CAPTURE(descend, symbols, symbols);
+#ifdef ZELQ_BENCH_STACKTRACE
+BENCHMARK_CAPTURE(descend, boostText, boostText);
+#endif
 
 }  // namespace

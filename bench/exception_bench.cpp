@@ -28,6 +28,7 @@ XException exceptionWithLog() {
 }
 
 void throwAndCatch(benchmark::State& state) {
+    state.SetLabel("throw and catch|zelqcood, with log and trace lines");
     XException const exception = exceptionWithLog();
     for (auto _ : state) {
         try {
@@ -40,6 +41,7 @@ void throwAndCatch(benchmark::State& state) {
 BENCHMARK(throwAndCatch);
 
 void throwAndCatchRuntimeError(benchmark::State& state) {
+    state.SetLabel("throw and catch|std::runtime_error");
     for (auto _ : state) {
         try {
             throw std::runtime_error("open failed");
@@ -54,6 +56,7 @@ BENCHMARK(throwAndCatchRuntimeError);
 struct PeerError : virtual std::exception, virtual boost::exception {};
 
 void throwAndCatchBoostWithFiveAttachments(benchmark::State& state) {
+    state.SetLabel("throw and catch|boost::exception, 5 attachments");
     for (auto _ : state) {
         try {
             throw PeerError() << boost::errinfo_errno(2) << boost::errinfo_file_name("file.cpp")

@@ -1,6 +1,5 @@
 // What a microcode log costs from its building over its block to its record, with all trace lines
-// written to the real ring; and the snapshots of that ring. Beside the blocks stand two general
-// serialisers with the same content, where their packages are installed.
+// written to the real ring; and the snapshots of that ring.
 
 #include <benchmark/benchmark.h>
 
@@ -9,15 +8,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
-
-#ifdef ZELQ_BENCH_PROTOBUF
-#include "microcodelog.pb.h"
-#endif
-#ifdef ZELQ_BENCH_MSGPACK
-#include <msgpack.h>
-#endif
 
 #include "benchfolder.h"
 #include "switchedservices.h"
@@ -157,128 +147,6 @@ void blockBoth(benchmark::State& state) {
     state.counters["bytes"] = size;
 }
 BENCHMARK(blockBoth)->ArgName("backtrace")->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond);
-
-#ifdef ZELQ_BENCH_PROTOBUF
-bench::MicrocodeLog protobufMessage(EndLog const& log) {
-    bench::MicrocodeLog message;
-    message.set_log_class(log.logClass());
-    message.set_log_type(log.logType());
-    message.set_user(log.user());
-    message.set_attributes(0xE300);
-    message.set_error_id(log.errorId());
-    message.set_error_reason(log.errorReason());
-    message.set_owned(log.isOwned());
-    message.set_event_name(log.eventName());
-    message.set_log_id(log.logId());
-    message.set_text(static_cast<char const*>(log.text()));
-    message.set_backtrace(static_cast<char const*>(log.backtrace()));
-    for (XLogData const* item : *log.data()) {
-        bench::DataItem* const added = message.add_items();
-        added->set_block_id(item->blockId());
-        added->set_data(item->data(), item->size());
-    }
-    return message;
-}
-
-void protobufBoth(benchmark::State& state) {
-    bench::MicrocodeLog const message = protobufMessage(largeLog());
-    for (auto _ : state) {
-        std::string const bytes = message.SerializeAsString();
-        bench::MicrocodeLog rebuilt;
-        if (!rebuilt.ParseFromString(bytes) || rebuilt.items_size() != 7) {
-            state.SkipWithError("not parsed");
-            break;
-        }
-        benchmark::DoNotOptimize(rebuilt.error_id());
-    }
-    state.counters["bytes"] = static_cast<double>(message.SerializeAsString().size());
-}
-BENCHMARK(protobufBoth)->Unit(benchmark::kMicrosecond);
-#endif
-
-#ifdef ZELQ_BENCH_MSGPACK
-/// What a program that reads messages would make of one: every byte copied out of it.
-struct PeerLog {
-    std::uint64_t numbers[7];
-    std::string texts[4];
-    std::vector<std::pair<std::uint64_t, std::string>> items;
-};
-
-PeerLog peerLog(EndLog const& log) {
-    PeerLog peer{
-        {log.logClass(), log.logType(), log.user(), 0xE300, log.errorId(),
-         static_cast<std::uint64_t>(log.errorReason()), static_cast<std::uint64_t>(log.isOwned())},
-        {log.eventName(), log.logId(), static_cast<char const*>(log.text()), static_cast<char const*>(log.backtrace())},
-        {}};
-    for (XLogData const* item : *log.data()) {
-        peer.items.emplace_back(item->blockId(), std::string(static_cast<char const*>(item->data()), item->size()));
-    }
-    return peer;
-}
-
-void pack(PeerLog const& log, msgpack_sbuffer* buffer) {
-    msgpack_packer packer;
-    msgpack_packer_init(&packer, buffer, msgpack_sbuffer_write);
-    msgpack_pack_array(&packer, 7 + 4 + 2 * log.items.size());
-    auto const packBytes = [&packer](std::string const& bytes) {
-        msgpack_pack_bin(&packer, bytes.size());
-        msgpack_pack_bin_body(&packer, bytes.data(), bytes.size());
-    };
-    for (std::uint64_t const number : log.numbers) {
-        msgpack_pack_uint64(&packer, number);
-    }
-    for (std::string const& text : log.texts) {
-        packBytes(text);
-    }
-    for (auto const& item : log.items) {
-        msgpack_pack_uint64(&packer, item.first);
-        packBytes(item.second);
-    }
-}
-
-bool unpack(msgpack_sbuffer const& buffer, PeerLog* log) {
-    msgpack_unpacked unpacked;
-    msgpack_unpacked_init(&unpacked);
-    bool const isWhole = msgpack_unpack_next(&unpacked, buffer.data, buffer.size, nullptr) == MSGPACK_UNPACK_SUCCESS &&
-                         unpacked.data.type == MSGPACK_OBJECT_ARRAY && unpacked.data.via.array.size >= 11;
-    if (isWhole) {
-        msgpack_object const* next = unpacked.data.via.array.ptr;
-        msgpack_object const* const end = next + unpacked.data.via.array.size;
-        for (std::uint64_t& number : log->numbers) {
-            number = next++->via.u64;
-        }
-        for (std::string& text : log->texts) {
-            text.assign(next->via.bin.ptr, next->via.bin.size);
-            ++next;
-        }
-        for (; next < end; next += 2) {
-            log->items.emplace_back(next[0].via.u64, std::string(next[1].via.bin.ptr, next[1].via.bin.size));
-        }
-    }
-    msgpack_unpacked_destroy(&unpacked);
-    return isWhole;
-}
-
-void msgpackBoth(benchmark::State& state) {
-    PeerLog const log = peerLog(largeLog());
-    std::size_t size = 0;
-    for (auto _ : state) {
-        msgpack_sbuffer buffer;
-        msgpack_sbuffer_init(&buffer);
-        pack(log, &buffer);
-        PeerLog rebuilt;
-        bool const isWhole = unpack(buffer, &rebuilt);
-        size = buffer.size;
-        msgpack_sbuffer_destroy(&buffer);
-        if (!isWhole || rebuilt.items.size() != 7) {
-            state.SkipWithError("not unpacked");
-            break;
-        }
-    }
-    state.counters["bytes"] = static_cast<double>(size);
-}
-BENCHMARK(msgpackBoth)->Unit(benchmark::kMicrosecond);
-#endif
 
 // From a full ring of whose lines the caller wrote none of the newest 10,000.
 template <class Fetch>

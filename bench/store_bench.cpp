@@ -17,6 +17,10 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#ifdef ZELQ_BENCH_SQLITE
+#include <sqlite3.h>
+#endif
+
 #include "allocationcounter.h"
 #include "benchfolder.h"
 #include "services/recordjson.h"
@@ -81,10 +85,17 @@ void peerJsonString(benchmark::State& state) {
 }
 BENCHMARK(peerJsonString)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond);
 
+void setLabel(benchmark::State& state, char const* parent, char const* who) {
+    if (parent == diskFolder) {
+        state.SetLabel("durable record of " + std::to_string(state.range(0) >> 10) + " KiB|" + who);
+    }
+}
+
 void record(benchmark::State& state, char const* parent) {
     BenchFolder const folder(parent);
     BenchRecord log(static_cast<std::size_t>(state.range(0)), true);
     state.counters["line_bytes"] = static_cast<double>(log.line().size());
+    setLabel(state, parent, "zelqcood");
     AllocationCounter const counter(state);
     for (auto _ : state) {
         if (xlog_record(&log.get(), nullptr) != XLOG_OK) {
@@ -122,6 +133,7 @@ void peerWrite(benchmark::State& state, char const* parent) {
     std::string const path = folder.path() + "/peer";
     int const file = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     std::size_t size = 0;
+    setLabel(state, parent, "write and fdatasync");
     for (auto _ : state) {
         if (write(file, line.data(), line.size()) < 0 || fdatasync(file) != 0) {
             state.SkipWithError("cannot write");
@@ -144,5 +156,36 @@ BENCHMARK_CAPTURE(peerWrite, disk, diskFolder)
     ->Arg(60 << 10)
     ->Unit(benchmark::kMicrosecond)
     ->UseRealTime();
+
+#ifdef ZELQ_BENCH_SQLITE
+// The same line as a row of a database that is as durable: each insertion is a transaction.
+void peerSqlite(benchmark::State& state) {
+    BenchFolder const folder(diskFolder);
+    BenchRecord const log(static_cast<std::size_t>(state.range(0)), true);
+    std::string const line = log.line();
+    setLabel(state, diskFolder, "SQLite, WAL, synchronous=FULL");
+    sqlite3* database = nullptr;
+    sqlite3_stmt* insert = nullptr;
+    bool isGood =
+        sqlite3_open((folder.path() + "/peer.db").c_str(), &database) == SQLITE_OK &&
+        sqlite3_exec(database,
+                     "PRAGMA journal_mode=WAL; PRAGMA synchronous=FULL;"
+                     "CREATE TABLE records(id INTEGER PRIMARY KEY, line TEXT);",
+                     nullptr, nullptr, nullptr) == SQLITE_OK &&
+        sqlite3_prepare_v2(database, "INSERT INTO records(line) VALUES(?)", -1, &insert, nullptr) == SQLITE_OK;
+    for (auto _ : state) {
+        isGood = isGood &&
+                 sqlite3_bind_text(insert, 1, line.data(), static_cast<int>(line.size()), SQLITE_STATIC) == SQLITE_OK &&
+                 sqlite3_step(insert) == SQLITE_DONE && sqlite3_reset(insert) == SQLITE_OK;
+        if (!isGood) {
+            state.SkipWithError(sqlite3_errmsg(database));
+            break;
+        }
+    }
+    sqlite3_finalize(insert);
+    sqlite3_close(database);
+}
+BENCHMARK(peerSqlite)->Arg(1 << 10)->Arg(60 << 10)->Unit(benchmark::kMicrosecond)->UseRealTime();
+#endif
 
 }  // namespace

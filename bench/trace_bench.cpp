@@ -1,9 +1,13 @@
 // What a trace line costs, beside what it cannot do without (reading the clock and copying 200
-// bytes) and beside a general-purpose logger that also keeps its newest lines in a ring in memory.
+// bytes) and beside other ways to leave a line: a general-purpose logger that keeps its newest lines in a
+// ring in memory or hands them to a thread, the C library's streams and syslog, and a kernel-style tracer.
 
 #include <benchmark/benchmark.h>
 
+#include <syslog.h>
+#include <unistd.h>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -12,8 +16,13 @@
 #include <new>
 #include <string>
 
+#include <spdlog/async.h>
 #include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/spdlog.h>
+
+#ifdef ZELQ_BENCH_LTTNG
+#include <lttng/tracef.h>
+#endif
 
 #include "allocationcounter.h"
 #include "benchfolder.h"
@@ -98,7 +107,12 @@ void serviceFullLine(benchmark::State& state) {
 }
 BENCHMARK(serviceFullLine)->Threads(1)->Threads(2)->UseRealTime();
 
+void setLabel(benchmark::State& state, char const* who) {
+    state.SetLabel((std::string(state.threads() == 1 ? "trace line|" : "trace line, two threads|") + who).c_str());
+}
+
 void traceWrite(benchmark::State& state) {
+    setLabel(state, "zelqcood");
     AllocationCounter const counter(state);
     for (auto _ : state) {
         XTrace::write("XLIBBENCH", 'B', shortText);
@@ -139,6 +153,7 @@ spdlog::logger& peerLogger() {
 
 // It stores the line as it comes, with time, thread and level, and formats when it is read.
 void spdlogRing(benchmark::State& state) {
+    setLabel(state, "spdlog, ring buffer");
     spdlog::logger& logger = peerLogger();
     AllocationCounter const counter(state);
     for (auto _ : state) {
@@ -146,5 +161,65 @@ void spdlogRing(benchmark::State& state) {
     }
 }
 BENCHMARK(spdlogRing)->Threads(1)->Threads(2)->UseRealTime();
+
+// The caller's part; a thread of the logger's puts the lines into the same kind of ring. What that thread
+// cannot keep up with is lost, as in a ring.
+void spdlogAsync(benchmark::State& state) {
+    static auto const pool = std::make_shared<spdlog::details::thread_pool>(8192, 1);
+    static auto const logger = std::make_shared<spdlog::async_logger>(
+        "XLIBBEN", std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(ringLines), pool,
+        spdlog::async_overflow_policy::overrun_oldest);
+    setLabel(state, "spdlog, asynchronous");
+    for (auto _ : state) {
+        logger->info(spdlog::string_view_t(shortText, sizeof shortText - 1));
+    }
+}
+BENCHMARK(spdlogAsync)->Threads(1)->Threads(2)->UseRealTime();
+
+// Into a file in memory; lost with the process unless it is flushed.
+void streamLine(benchmark::State& state, bool isFlushed) {
+    static std::FILE* const file = std::fopen((ringFolder.path() + "/stream").c_str(), "w");
+    setLabel(state, isFlushed ? "fprintf, flushed" : "fprintf");
+    std::size_t lines = 0;
+    for (auto _ : state) {
+        std::fprintf(file, "%s%c: %s\n", "XLIBBEN", 'B', shortText);
+        if (isFlushed) {
+            std::fflush(file);
+        }
+        if (++lines % ringLines == 0) {
+            std::rewind(file);
+        }
+    }
+}
+BENCHMARK_CAPTURE(streamLine, buffered, false)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK_CAPTURE(streamLine, flushed, true)->Threads(1)->Threads(2)->UseRealTime();
+
+void systemLog(benchmark::State& state) {
+    setLabel(state, "syslog");
+    if (access("/dev/log", W_OK) != 0) {
+        state.SkipWithError("nobody listens at /dev/log");
+        return;
+    }
+    for (auto _ : state) {
+        syslog(LOG_DEBUG, "%s", shortText);
+    }
+}
+BENCHMARK(systemLog)->Threads(1)->Threads(2)->UseRealTime();
+
+#ifdef ZELQ_BENCH_LTTNG
+// Needs a session that records: lttng create zelq --snapshot; lttng enable-event -u 'lttng_ust_tracef:*';
+// lttng start. Without one the line would go nowhere.
+void lttngLine(benchmark::State& state) {
+    setLabel(state, "LTTng-UST, tracef");
+    if (!lttng_ust_tracepoint_enabled(lttng_ust_tracef, event)) {
+        state.SkipWithError("no session records lttng_ust_tracef");
+        return;
+    }
+    for (auto _ : state) {
+        lttng_ust_tracef("%s", shortText);
+    }
+}
+BENCHMARK(lttngLine)->Threads(1)->Threads(2)->UseRealTime();
+#endif
 
 }  // namespace
