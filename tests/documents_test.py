@@ -13,7 +13,8 @@ copy of the build. The first word behind the fence says what a block is:
               below it, to either output. "..." stands for any text, on a line of its own for any number
               of lines. Times, ids, addresses and the like may differ, and so may the number of blanks
               between words. Where a status matters, have it printed.
-  text, json  Illustrations; nothing is done with them.
+  c++         Part of a program.
+  text, json  Illustrations. With these three nothing is done.
 
 "not run: REASON" behind the first word keeps a block from being run; the make targets and files that
 it names must exist all the same. So must those that stand between backquotes in the text, and what
@@ -138,7 +139,7 @@ def compile_command(name, program):
 def steps_of(document, blocks, work):
     steps, to_use = [], []
     for block in blocks:
-        if block.kind in ("text", "json"):
+        if block.kind in ("c++", "text", "json"):
             continue
         if block.kind in ("cpp", "sh", "console") and block.rest:
             if not is_shown_only(block):
@@ -223,7 +224,7 @@ def check_names(document, line, text):
             problem(document, line, f"no make target {target!r}")
     for path in re.findall(r"(?<![\w./$-])[\w.-]+/[\w./*-]*", text):
         top = path.split("/")[0]
-        if top in folders and not glob.glob(os.path.join(source, path)):
+        if top in folders and "NAME" not in path and not glob.glob(os.path.join(source, path)):
             problem(document, line, f"no file {path!r}")
 
 

@@ -418,9 +418,9 @@ TEST_F(ViewerBlock, commandLine) {
 TEST_F(ViewerBlock, documentedExample) {
     std::string const document = contents(BLOCK_FORMAT_DOCUMENT);
     auto const fenced = [&](std::string const& begin) {
-        std::size_t const start = document.find("```\n" + begin);
+        std::size_t const start = document.find("```text\n" + begin);
         EXPECT_NE(start, std::string::npos) << begin;
-        std::size_t const text = start + 4;
+        std::size_t const text = start + 8;
         return start == std::string::npos ? "" : document.substr(text, document.find("```", text) - text);
     };
     zelq::BlockOptions options;
