@@ -11,6 +11,7 @@
 
 #include <emmintrin.h>
 
+#include "common/copybytes.h"
 #include "common/errnokeeper.h"
 #include "common/statefolder.h"
 #include "tracing/fastclock.h"
@@ -160,7 +161,7 @@ __attribute__((no_sanitize("address"))) inline std::size_t copyLine(char* to, ch
         }
     }
     std::size_t const length = at + strnlen(line + at, ringLineMax - at);
-    std::memcpy(to + at, line + at, length - at);
+    copyBytes(to + at, line + at, length - at);
     to[length] = '\0';
     return length;
 }
