@@ -3,6 +3,7 @@
 #include "ringfixture.h"
 
 #include <sys/ptrace.h>
+#include <sys/user.h>
 #include <cerrno>
 
 #include "common/statefolder.h"
@@ -10,8 +11,6 @@
 
 namespace ringtest {
 namespace {
-
-constexpr std::size_t longestLine = 100000;  // instructions, with sanitizers too
 
 TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
     char const* const calls = " open openat mkdir fstat fchmod posix_fallocate pread pwrite linkat ";
@@ -99,79 +98,80 @@ TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {
               }));
 }
 
-/// A process that writes lines, one instruction after the other.
-class SteppedWriter {
+/// A process that writes a line when told to, and halts when it has looked at a slot.
+class HaltingWriter {
 public:
-    SteppedWriter()
+    HaltingWriter()
         : pid_(start([] {
               xtr_trace("first");
               ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-              for (raise(SIGSTOP);;) {
+              for (;;) {
+                  raise(SIGSTOP);
                   xtr_trace("line");
               }
           })) {
         waitpid(pid_, nullptr, 0);
     }
-    ~SteppedWriter() {
+    ~HaltingWriter() {
         kill(pid_, SIGKILL);
         wait(pid_);
     }
-    SteppedWriter(SteppedWriter const&) = delete;
-    SteppedWriter& operator=(SteppedWriter const&) = delete;
+    HaltingWriter(HaltingWriter const&) = delete;
+    HaltingWriter& operator=(HaltingWriter const&) = delete;
 
-    /// False when the condition has not come true within a line's time.
-    template <typename Condition>
-    bool stepUntil(Condition isTrue) {
-        for (std::size_t steps = 0; steps < longestLine; ++steps) {
-            if (isTrue()) {
-                return true;
-            }
-            int status = 0;
-            if (ptrace(PTRACE_SINGLESTEP, pid_, nullptr, nullptr) != 0 || waitpid(pid_, &status, 0) != pid_ ||
-                !WIFSTOPPED(status)) {
-                return false;
-            }
+    /// Runs until the first instruction is done that reads or writes the slot's control word.
+    void runToSlot(std::size_t index) {
+        constexpr unsigned long accessesOfFourBytes = 1 | 3 << 16 | 3 << 18;
+        std::size_t const registers = offsetof(struct user, u_debugreg);
+        unsigned long const address = slots() + index * zelq::ringSlotSize;
+        ASSERT_EQ(0, ptrace(PTRACE_POKEUSER, pid_, registers, address));
+        ASSERT_EQ(0, ptrace(PTRACE_POKEUSER, pid_, registers + 7 * sizeof(long), accessesOfFourBytes));
+        ASSERT_EQ(SIGTRAP, resume()) << "no watchpoint";
+    }
+    void finishLine() {
+        int signal = SIGTRAP;
+        while (signal == SIGTRAP) {
+            signal = resume();
         }
-        return false;
+        ASSERT_EQ(SIGSTOP, signal);
     }
 
 private:
+    int resume() {
+        int status = 0;
+        EXPECT_EQ(0, ptrace(PTRACE_CONT, pid_, nullptr, nullptr));
+        EXPECT_EQ(pid_, waitpid(pid_, &status, 0));
+        return WIFSTOPPED(status) ? WSTOPSIG(status) : 0;
+    }
+
+    // In its own mapping, whose first page is the one that it may not write to.
+    unsigned long slots() const {
+        std::ifstream maps("/proc/" + std::to_string(pid_) + "/maps");
+        for (std::string line; std::getline(maps, line);) {
+            if (line.find(" rw-s 00001000 ") != std::string::npos && line.find("/ring") != std::string::npos) {
+                return std::stoul(line, nullptr, 16) + zelq::ringHeaderSize - zelq::ringPageSize;
+            }
+        }
+        ADD_FAILURE() << "no ring";
+        return 0;
+    }
+
     pid_t pid_;
 };
 
-#ifdef NDEBUG
-constexpr std::uint64_t stride = 1;
-#else
-constexpr std::uint64_t stride =
-    16;  // without optimization there are hundreds of instructions, and a line has thousands
-#endif
-
-// Another writer takes the slot, at each instruction between ticket and claim.
-TEST_F(Ring, ASlotIsNeverTakenFromTheWriterThatHasIt) {
+TEST_F(Ring, ASlotThatLooksFreeMayHaveBeenTakenMeanwhile) {
     makeSmallRing();
-    SteppedWriter writer;
-    auto const living = static_cast<std::uint32_t>(getpid());
-    std::uint64_t late = 0;
-    for (bool hasClaimed = false; !hasClaimed; late += stride) {
-        SCOPED_TRACE(late);
-        std::uint64_t const ticket = header()->nextTicket;
-        ASSERT_TRUE(writer.stepUntil([&] { return header()->nextTicket != ticket; })) << "cannot step";
-        zelq::RingSlot& slot = slots()[ticket % smallRing];
-        std::uint64_t left = late;
-        ASSERT_TRUE(writer.stepUntil([&] { return zelq::isBusy(slot.control) || left-- == 0; }));
-        hasClaimed = zelq::isBusy(slot.control);
-        if (!hasClaimed) {
-            std::uint64_t const taken = zelq::slotControl(ticket / smallRing, living, true);
-            slot.control = taken;
-            zelq::RingSlot const& other = slots()[(ticket + 1) % smallRing];
-            std::uint64_t const lap = (ticket + 1) / smallRing;
-            ASSERT_TRUE(
-                writer.stepUntil([&] { return zelq::slotLap(other.control) == lap && !zelq::isBusy(other.control); }));
-            ASSERT_EQ(taken, slot.control);
-            slot.control = zelq::slotControl(ticket / smallRing, living, false);
-        }
-    }
-    EXPECT_GT(late, 2U) << "there is something between ticket and claim";
+    HaltingWriter writer;
+    std::uint64_t const ticket = header()->nextTicket;
+    zelq::RingSlot& slot = slots()[ticket % smallRing];
+    writer.runToSlot(ticket % smallRing);
+    ASSERT_EQ(ticket + 1, header()->nextTicket);
+    ASSERT_FALSE(zelq::isBusy(slot.control)) << "not only looked at";
+    std::uint64_t const taken = zelq::slotControl(ticket / smallRing, static_cast<std::uint32_t>(getpid()), true);
+    slot.control = taken;
+    writer.finishLine();
+    EXPECT_EQ(taken, slot.control);
+    EXPECT_EQ(ticket + 1, slots()[(ticket + 1) % smallRing].ticket) << "the line went nowhere";
 }
 
 std::string folderFor(zelq::FolderUse use) {
