@@ -202,7 +202,7 @@ private:
     // Empty when it has left the store.
     std::string currentName(StoreFile const& file) const {
         for (unsigned index = file.index; index < storeFilesMaximum; ++index) {
-            std::string const name = storeFileName(index);
+            std::string name = storeFileName(index);
             struct stat status = {};
             if (fstatat(folder_, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && status.st_ino == file.inode &&
                 status.st_dev == file.device) {

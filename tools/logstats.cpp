@@ -107,8 +107,9 @@ void printTable(char const* heading, char const* nameless, Tally const& tally, O
         double const share = static_cast<double>(row.count) / static_cast<double>(most);
         std::size_t const bar =
             std::max<std::size_t>(static_cast<std::size_t>(share * static_cast<double>(barWidth)), 1);
-        output.print(padded(row.name.empty() ? nameless : printable(row.name), nameWidth) + "  " + gap + count + " " +
-                     std::string(bar, '#') + "\n");
+        std::string line = padded(row.name.empty() ? nameless : printable(row.name), nameWidth);
+        line.append("  ").append(gap).append(count).append(" ").append(bar, '#').append("\n");
+        output.print(line);
     }
 }
 

@@ -84,7 +84,7 @@ std::vector<ItemRole> itemRoles(Record const& record) {
         if (isTrace(item)) {
             roles[i] = ItemRole::trace;
         } else if (item.id == firstTextItem && !isTaken(ItemRole::text) &&
-                   backtraceStart(item.bytes) != std::string_view::npos) {
+                   backtraceStart(item.bytes) != std::string_view::npos) {  // NOLINT(bugprone-branch-clone): in turn
             roles[i] = ItemRole::text;  // by its frames: one control byte, and the store calls it binary
         } else if ((item.id == firstTextItem || item.id == firstTextItem + 1) && item.isText &&
                    !isTaken(ItemRole::secondaryCodes) && isSecondaryCodes(item.bytes)) {
