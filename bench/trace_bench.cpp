@@ -105,10 +105,11 @@ void serviceFullLine(benchmark::State& state) {
         xtr_trace(line.c_str());
     }
 }
-BENCHMARK(serviceFullLine)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(serviceFullLine)->ThreadRange(1, 8)->UseRealTime();
 
 void setLabel(benchmark::State& state, char const* who) {
-    state.SetLabel((std::string(state.threads() == 1 ? "trace line|" : "trace line, two threads|") + who).c_str());
+    std::string const threads = state.threads() == 1 ? "" : ", " + std::to_string(state.threads()) + " threads";
+    state.SetLabel("trace line" + threads + "|" + who);
 }
 
 void traceWrite(benchmark::State& state) {
@@ -118,7 +119,7 @@ void traceWrite(benchmark::State& state) {
         XTrace::write("XLIBBENCH", 'B', shortText);
     }
 }
-BENCHMARK(traceWrite)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(traceWrite)->ThreadRange(1, 8)->UseRealTime();
 
 // Two lines: the scope's entry and its exit.
 void traceScope(benchmark::State& state) {
@@ -160,7 +161,7 @@ void spdlogRing(benchmark::State& state) {
         logger.info(spdlog::string_view_t(shortText, sizeof shortText - 1));
     }
 }
-BENCHMARK(spdlogRing)->Threads(1)->Threads(2)->UseRealTime();
+BENCHMARK(spdlogRing)->ThreadRange(1, 8)->UseRealTime();
 
 // The caller's part; a thread of the logger's puts the lines into the same kind of ring. What that thread
 // cannot keep up with is lost, as in a ring.

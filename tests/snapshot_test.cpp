@@ -121,11 +121,22 @@ TEST_F(Ring, SnapshotIsTextWhateverWasTraced) {
     };
     EXPECT_EQ(0, inChild([&] {
                   std::string const id = std::to_string(getpid()) + "/" + std::to_string(gettid()) + " ";
-                  for (auto const& test : cases) {
-                      xtr_trace(test.line.c_str());
-                      unsigned const width = static_cast<unsigned>(timeWidth + id.size() + test.room + 1);
+                  auto const expectRow = [&](std::string const& line, std::size_t room, std::string const& end) {
+                      xtr_trace(line.c_str());
+                      unsigned const width = static_cast<unsigned>(timeWidth + id.size() + room + 1);
                       std::string const row = snapshot(everybodys, 1, width).at(0);
-                      EXPECT_EQ(test.end, row.substr(row.size() - std::strlen(test.end))) << row;
+                      EXPECT_EQ(end, row.substr(row.size() - end.size())) << row;
+                  };
+                  for (auto const& test : cases) {
+                      expectRow(test.line, test.room, test.end);
+                  }
+                  for (int byte = 1; byte < 256; ++byte) {
+                      for (std::size_t const at : {0U, 15U, 16U, 20U}) {
+                          std::string line(21, 'x'), end = " " + line;
+                          line[at] = static_cast<char>(byte);
+                          end[at + 1] = byte >= 0x20 && byte < 0x7F ? line[at] : '.';
+                          expectRow(line, line.size(), end);
+                      }
                   }
               }));
 }

@@ -139,7 +139,7 @@ void RingReader::loadChunk(std::uint64_t firstSlot) {
     }
 }
 
-RingReader::Found RingReader::readTicket(std::uint64_t ticket, TraceFilter const& filter, TraceEntry* entry) {
+RingReader::Found RingReader::readTicket(std::uint64_t const& ticket, TraceFilter const& filter, TraceEntry* entry) {
     std::uint64_t const index = ticket & (slotCount_ - 1);
     bool const isMapped = header_ != nullptr;
     if (!isMapped && (!chunkLoaded_ || index - chunkFirst_ >= chunkSlots)) {
@@ -198,7 +198,8 @@ std::size_t RingReader::newest(TraceFilter const& filter, TraceEntry* entries, s
     chunkLoaded_ = false;
     std::size_t first = capacity;
     for (std::uint64_t back = 1; back <= slotCount_ && first > 0; ++back) {
-        if (readTicket(end - back, filter, &entries[first - 1]) == Found::line) {
+        std::uint64_t const ticket = end - back;
+        if (readTicket(ticket, filter, &entries[first - 1]) == Found::line) {
             --first;
         }
     }

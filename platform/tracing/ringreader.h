@@ -93,7 +93,8 @@ private:
 
     bool readNextTicket(std::uint64_t* ticket) const;
     void loadChunk(std::uint64_t firstSlot);
-    Found readTicket(std::uint64_t ticket, TraceFilter const& filter, TraceEntry* entry);
+    // By reference: 32-bit code would push the ticket in halves and wait for both to load it as one.
+    Found readTicket(std::uint64_t const& ticket, TraceFilter const& filter, TraceEntry* entry);
     void settle(std::uint64_t end);
 
     int descriptor_ = -1;

@@ -1,5 +1,6 @@
 // Snapshots of the ring as text: for a log that is to show what led up to it.
 
+#include <emmintrin.h>
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
@@ -39,14 +40,27 @@ bool isPrintable(unsigned char byte) {
     return byte >= 0x20 && byte < 0x7F;
 }
 
-constexpr std::size_t wordSize = 8;
+constexpr std::size_t runSize = sizeof(__m128i);
 
-// The same of eight bytes at once.
-bool areAllPrintable(unsigned char const* bytes) {
-    constexpr std::uint64_t every = 0x0101010101010101;
-    std::uint64_t word;
-    std::memcpy(&word, bytes, wordSize);
-    return (((word - every * 0x20) | (word + every) | word) & every * 0x80) == 0;
+// Bytes from 0x80 on are negative here.
+bool isRunPrintable(unsigned char const* bytes) {
+    __m128i const run = _mm_loadu_si128(reinterpret_cast<__m128i const*>(bytes));
+    __m128i const others =
+        _mm_or_si128(_mm_cmplt_epi8(run, _mm_set1_epi8(0x20)), _mm_cmpeq_epi8(run, _mm_set1_epi8(0x7F)));
+    return _mm_movemask_epi8(others) == 0;
+}
+
+bool areAllPrintable(unsigned char const* bytes, std::size_t length) {
+    if (length < runSize) {
+        return std::all_of(bytes, bytes + length, isPrintable);
+    }
+    std::size_t const lastRun = length - runSize;
+    for (std::size_t i = 0; i < lastRun; i += runSize) {
+        if (!isRunPrintable(bytes + i)) {
+            return false;
+        }
+    }
+    return isRunPrintable(bytes + lastRun);
 }
 
 char* putDigits(char* to, unsigned value, int digits, char separator) {
@@ -119,34 +133,21 @@ private:
     // can be stored and shown as text. No character is cut in two.
     void appendText(TraceEntry const& entry) {
         auto const* bytes = reinterpret_cast<unsigned char const*>(entry.text);
-        std::size_t left = entry.length;
-        char* end = end_;
-        while (left != 0 && end != rowEnd_) {
-            auto const room = static_cast<std::size_t>(rowEnd_ - end);
-            std::size_t taken = 1;
-            if (left >= wordSize && room >= wordSize && areAllPrintable(bytes)) {
-                taken = wordSize;
-                std::memcpy(end, bytes, taken);
-                end += taken;
-            } else if (isPrintable(*bytes)) {
-                *end++ = static_cast<char>(*bytes);
-            } else {
-                std::size_t const length = zelq::utf8Length(bytes, left);
-                if (length == 0 || isControl(bytes, length)) {
-                    taken = std::max<std::size_t>(length, 1);
-                    *end++ = '.';
-                } else if (length <= room) {
-                    taken = length;
-                    std::memcpy(end, bytes, taken);
-                    end += taken;
-                } else {
-                    break;
-                }
-            }
-            bytes += taken;
-            left -= taken;
+        if (areAllPrintable(bytes, entry.length)) {
+            append(entry.text, entry.length);
+            return;
         }
-        end_ = end;
+        for (unsigned char const* const textEnd = bytes + entry.length; bytes != textEnd && end_ != rowEnd_;) {
+            std::size_t const length = zelq::utf8Length(bytes, static_cast<std::size_t>(textEnd - bytes));
+            if (length == 0 || isControl(bytes, length)) {
+                *end_++ = '.';
+            } else if (length <= static_cast<std::size_t>(rowEnd_ - end_)) {
+                append(reinterpret_cast<char const*>(bytes), length);
+            } else {
+                break;
+            }
+            bytes += std::max<std::size_t>(length, 1);
+        }
     }
 
     char* begin_;
