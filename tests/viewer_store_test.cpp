@@ -243,6 +243,25 @@ TEST_F(ViewerStoreTest, verifyNamesEachDamagedLine) {
     expect("log verify", 3, "cannot open 'errors.jsonl.4'");
     removeStore();
     expect("log verify", 1, "", "no records yet");
+    // Later versions of the line are shown as far as they are known; what does not look as it should is bad.
+    std::string const later = R"({"v":2,"id":"b","time":"2026-11-22T10:00:00Z","event":"LATER")";
+    write(store(1), later + "}\n" + later +
+                        R"(,"class":"a"})"
+                        "\n");
+    write(store(), good + later + "}\n" + later +
+                       R"(,"items":[]})"
+                       "\n" +
+                       good);
+    std::string const version = "it has version 2, this zelq knows 1";
+    std::string const newer[] = {"newer line 1 in errors.jsonl.1: " + version + " and may misread it\n",
+                                 "bad line 2 in errors.jsonl.1: " + version + ": field 'class' is not a number\n",
+                                 "newer line 2 in errors.jsonl: " + version + " and may misread it\n"};
+    expect("log verify", 3, newer[0] + newer[1] + newer[2] + "5 records in 2 files, ");
+    EXPECT_EQ(events("log -n all"), "LATER GOOD LATER LATER GOOD ");
+    expect("log", 3, "LATER", "zelq: " + newer[0] + "zelq: " + newer[1] + "zelq: " + newer[2]);
+    fs::remove(store(1));
+    expect("log verify | tail -n 1", 0, " bytes: 0 damaged, 0 torn, 2 newer than this zelq\n");
+    expect("log -n 1", 0, "GOOD");
 }
 
 TEST_F(ViewerStoreTest, hugeLinesCostNoMemory) {
