@@ -70,7 +70,7 @@ TEST_F(ViewerStoreTest, filters) {
     std::string const items =
         R"(,"items":[{"id":224,"size":38,"text":"It Broke\n\n#0  0x1  install()  [pack]\n"},)"
         R"({"id":239,"size":12,"text":"trace of it\n"},{"id":3,"size":3,"text":"own"},{"id":240,"size":6,"base64":"IgAGAACA"}])";
-    write(store(1), line("a1", "ALPHA", R"(,"log_id":"bay 3")" + info, "2026-11-22T10:00:00Z") +
+    write(store(1), line("a1", "ALPHA", R"(,"log_id":"bay 3")" + info, "2026-11-22T10:00:00.5Z") +
                         line("a2", "BETA", items, "2026-11-22T11:00:00Z"));
     write(store(), line("a3", "GAMMA", R"(,"class":1,"program":"other")", "2026-11-22T12:00:00Z") +
                        line("a4", "DELTA", R"(,"class":160,"items":[{"id":1,"size":4,"text":"^a.b"}])"));
@@ -107,7 +107,8 @@ TEST_F(ViewerStoreTest, filters) {
                                         "--until never", "-f -r", "-o xml"}) {
         expect("log " + arguments, 2, "", "zelq: ");
     }
-    expect("log stats -n 5", 2, "", "'--lines' belongs to 'log list', not to 'log stats'");
+    expect("log stats -n 5", 2, "",
+           "'--lines' belongs to 'log list', not to 'log stats'\nzelq: see 'zelq log stats --help'\n");
 }
 
 TEST_F(ViewerStoreTest, formats) {
