@@ -30,7 +30,11 @@ constexpr char fileSeparator = '\x1D';
 constexpr unsigned filesMax = 3;
 
 struct Faults : zelq::FaultSink {
-    void keep(zelq::Fault&& fault) override { reasons.insert(std::move(fault.reason)); }
+    void keep(zelq::Fault&& fault) override {
+        if (fault.kind != zelq::Fault::newer) {  // those are shown
+            reasons.insert(std::move(fault.reason));
+        }
+    }
 
     std::multiset<std::string> reasons;
 };
@@ -145,7 +149,10 @@ std::vector<std::string> seeds() {
                     {3, false, std::string("\x1B[31m\x80\xFF", 7)},
                     {0xF0, false, std::string("\x22\x00\x18\x00\x00\x00", 6)}};
     std::string const rich = written(record);
-    return {plain, rich, plain + fileSeparator + rich + rich, "{\"id\":\"x\"}\n\n[[[[\n" + plain.substr(0, 100)};
+    std::string later = plain;
+    later.replace(later.find("\"v\":1"), 5, "\"v\":2");
+    return {plain, rich, plain + fileSeparator + rich + rich, "{\"id\":\"x\"}\n\n[[[[\n" + plain.substr(0, 100),
+            plain + later + later + "{\"v\":3,\"id\":7}\n"};
 }
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {

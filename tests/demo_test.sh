@@ -10,20 +10,20 @@ while read -r pattern; do
 done <<'END'
 ^ +ok +'README.md' begins with [0-9]+ bytes of text$
 ^ +OPENFAILED +cannot open '/no/such/file': No such file or directory$
-^[0-9a-f]{8} .* error +01 10 +2000 +READFAILED +readfiles$
+^[0-9a-f]{8} .* error +01 10 +READFAILED +readfiles$
 ^event +NOTEXT$
 no text in '.*/libzelqcood.so'$
 0000  7f 45 4c 46 .*ELF
 XLIBLOGF: xlog_record: src=0, crc=0x0000$
 RDFILESF: < readText$
 ^  could not install '/no/such/update.pkg': recorded$
-^[0-9a-f]{8} .* error +A0420021 00000002 +4100 +PACKAGE +twostages$
+^[0-9a-f]{8} .* error +A0420021 00000002 +PACKAGE +twostages$
 ^refcode +A0420022 00000018$
 ^    '.*/demo/cut.pkg' is cut off$
 ^    the update was not installed$
 ^    #[0-9]+  0x[0-9a-f]+  main\+0x[0-9a-f]+  \[twostages\+0x[0-9a-f]+\]$
 ^    A0410011 00000000$
-^system trace, last 10 of [0-9]+ lines \(--full shows all\)$
+^system trace, last 10 of [0-9]+ lines, [0-9]+ library lines hidden \(--full shows all\)$
 ^    [0-9:.]+ UPDATERF: < readPackage$
 ^item 0x03   24 bytes$
 ^  the parent received [0-9]+ bytes and read in them:$

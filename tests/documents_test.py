@@ -38,7 +38,7 @@ volatile = [
     (r"\d{4}-\d\d-\d\d", "DATE"),
     (r"\d\d:\d\d:\d\d(\.\d+)?", "TIME"),
     (r"\b[0-9a-f]{16}\b", "ID"),
-    (r"^[0-9a-f]{8}(?=  )", "ID"),
+    (r"^[0-9a-f]{8}(?= )", "ID"),
     (r"\b0x[0-9a-fA-F]{8,16}\b", "ADDRESS"),
     (r"\+0x[0-9a-f]+\b", "+OFFSET"),
     (r"\b\d+/\d+\b", "PID/TID"),

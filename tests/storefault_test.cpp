@@ -222,13 +222,22 @@ TEST_F(StoreFault, fileSizeLimitRefusesAndKillsNobody) {
 TEST_F(StoreFault, failedRotationLosesNothing) {
     setenv("ZELQ_STORE_SIZE", "4K", 1);
     setenv("ZELQ_STORE_FILES", "3", 1);
-    fs::create_directories(store(2) / "in the way");
-    for (int i = 0; i < 20; ++i) {
-        ASSERT_EQ(TestRecord({{1, std::string(600, 'x')}}).store(), "0 0");
+    auto const fill = [] {
+        for (int i = 0; i < 20; ++i) {
+            ASSERT_EQ(TestRecord({{1, std::string(600, 'x')}}).store(), "0 0");
+        }
+    };
+    {
+        CallsHooked const hooked([](std::string const& name) { return name == "renameat" ? EIO : 0; });
+        fill();
     }
-    EXPECT_EQ(linesOf(store(1)).size(), 4U);  // moved while there was room
-    EXPECT_EQ(linesOf(store()).size(), 16U);
-    EXPECT_TRUE(fs::exists(store(2) / "in the way"));
+    EXPECT_EQ(linesOf(store()).size(), 20U);
+    fs::create_directories(store(2) / "in the way");  // of files, which cannot take its place
+    fill();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(linesOf(store(i)).size(), 4U) << i;
+    }
+    EXPECT_TRUE(fs::exists(store(3) / "in the way"));
 }
 
 TEST_F(StoreFault, waitsForTheLockButNotForEver) {

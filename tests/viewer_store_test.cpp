@@ -70,7 +70,7 @@ TEST_F(ViewerStoreTest, filters) {
     std::string const items =
         R"(,"items":[{"id":224,"size":38,"text":"It Broke\n\n#0  0x1  install()  [pack]\n"},)"
         R"({"id":239,"size":12,"text":"trace of it\n"},{"id":3,"size":3,"text":"own"},{"id":240,"size":6,"base64":"IgAGAACA"}])";
-    write(store(1), line("a1", "ALPHA", R"(,"log_id":"bay 3")" + info, "2026-11-22T10:00:00Z") +
+    write(store(1), line("a1", "ALPHA", R"(,"log_id":"bay 3")" + info, "2026-11-22T10:00:00.5Z") +
                         line("a2", "BETA", items, "2026-11-22T11:00:00Z"));
     write(store(), line("a3", "GAMMA", R"(,"class":1,"program":"other")", "2026-11-22T12:00:00Z") +
                        line("a4", "DELTA", R"(,"class":160,"items":[{"id":1,"size":4,"text":"^a.b"}])"));
@@ -107,7 +107,8 @@ TEST_F(ViewerStoreTest, filters) {
                                         "--until never", "-f -r", "-o xml"}) {
         expect("log " + arguments, 2, "", "zelq: ");
     }
-    expect("log stats -n 5", 2, "", "'--lines' belongs to 'log list', not to 'log stats'");
+    expect("log stats -n 5", 2, "",
+           "'--lines' belongs to 'log list', not to 'log stats'\nzelq: see 'zelq log stats --help'\n");
 }
 
 TEST_F(ViewerStoreTest, formats) {
@@ -243,6 +244,25 @@ TEST_F(ViewerStoreTest, verifyNamesEachDamagedLine) {
     expect("log verify", 3, "cannot open 'errors.jsonl.4'");
     removeStore();
     expect("log verify", 1, "", "no records yet");
+    // Later versions of the line are shown as far as they are known; what does not look as it should is bad.
+    std::string const later = R"({"v":2,"id":"b","time":"2026-11-22T10:00:00Z","event":"LATER")";
+    write(store(1), later + "}\n" + later +
+                        R"(,"class":"a"})"
+                        "\n");
+    write(store(), good + later + "}\n" + later +
+                       R"(,"items":[]})"
+                       "\n" +
+                       good);
+    std::string const version = "it has version 2, this zelq knows 1";
+    std::string const newer[] = {"newer line 1 in errors.jsonl.1: " + version + " and may misread it\n",
+                                 "bad line 2 in errors.jsonl.1: " + version + ": field 'class' is not a number\n",
+                                 "newer line 2 in errors.jsonl: " + version + " and may misread it\n"};
+    expect("log verify", 3, newer[0] + newer[1] + newer[2] + "5 records in 2 files, ");
+    EXPECT_EQ(events("log -n all"), "LATER GOOD LATER LATER GOOD ");
+    expect("log", 3, "LATER", "zelq: " + newer[0] + "zelq: " + newer[1] + "zelq: " + newer[2]);
+    fs::remove(store(1));
+    expect("log verify | tail -n 1", 0, " bytes: 0 damaged, 0 torn, 2 newer than this zelq\n");
+    expect("log -n 1", 0, "GOOD");
 }
 
 TEST_F(ViewerStoreTest, hugeLinesCostNoMemory) {

@@ -1,6 +1,7 @@
 #include "folderreport.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 namespace zelq {
@@ -21,6 +22,9 @@ ExitStatus openStore(StoreReader& store) {
     int const failure = store.open();
     if (failure == ENOENT || (failure == 0 && store.isMissing())) {
         complain("no records yet: there is no store in '" + store.files().folder() + "'");
+        if (std::getenv("ZELQ_DIR") == nullptr) {
+            complain("programs of other users have other stores; look as the user whose program it was");
+        }
         return exitNothing;
     }
     if (failure != 0) {

@@ -5,6 +5,8 @@
 namespace zelq {
 namespace {
 
+constexpr long long second = 1000000;
+
 void addFormat(CLI::App& command, std::string& format, std::vector<std::string> const& formats, char const* what) {
     command.add_option("-o,--output", format, what)->check(CLI::IsMember(formats).description(""))->type_name("FORMAT");
 }
@@ -103,6 +105,8 @@ LogFilter LogCommandLine::filter() const {
     }
     if (!until_.empty()) {
         filter.untilUs = parseTime(until_);
+        // The list shows times without their fraction: one that is given back means the whole second.
+        *filter.untilUs += *filter.untilUs % second == 0 ? second - 1 : 0;
     }
     if (!grep_.empty()) {
         filter.text = parsePattern(grep_);

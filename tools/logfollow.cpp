@@ -127,7 +127,7 @@ void StoreFollower::changeFile() {
     while (unread-- > 0) {
         FileLine rest;
         if (hasFile() && position == 0 && lines_.rest(&rest)) {
-            faults_.add({&file_, rest.offset, 0, true, "its writer died"});
+            faults_.add({&file_, rest.offset, 0, Fault::torn, "its writer died"});
         }
         open(std::move(files[unread]), position);
         position = 0;

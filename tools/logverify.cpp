@@ -16,7 +16,7 @@ public:
 private:
     void keep(Fault&& fault) override {
         progress_.hide();
-        output_.print(fault.isTorn ? Style::plain : Style::alarm, printable(describe(fault)));
+        output_.print(fault.kind == Fault::damaged ? Style::alarm : Style::plain, printable(describe(fault)));
         output_.print("\n");
         output_.flush();
     }
@@ -45,13 +45,19 @@ int verifyStore(Output& output) {
     progress.hide();
     std::string summary = counted(records, "record") + " in " + counted(store.files().files().size(), "file") + ", " +
                           byteCount(static_cast<std::uint64_t>(store.files().totalSize())) + ": ";
-    if (faults.damaged() == 0 && faults.torn() == 0) {
+    std::uint64_t const damaged = faults.count(Fault::damaged);
+    std::uint64_t const torn = faults.count(Fault::torn);
+    std::uint64_t const newer = faults.count(Fault::newer);
+    if (damaged + torn + newer == 0) {
         summary += "all fine";
     } else {
-        summary += std::to_string(faults.damaged()) + " damaged, " + std::to_string(faults.torn()) + " torn";
+        summary += std::to_string(damaged) + " damaged, " + std::to_string(torn) + " torn";
+    }
+    if (newer > 0) {
+        summary += ", " + std::to_string(newer) + " newer than this zelq";
     }
     output.print(summary + "\n");
-    return faults.damaged() > 0 ? exitDamaged : exitFine;
+    return damaged > 0 ? exitDamaged : exitFine;
 }
 
 }  // namespace zelq

@@ -69,13 +69,12 @@ void LogWriter::print(Record const& record, std::string_view line) {
     isAnything_ = true;
 }
 
-// At most 96 columns with a program name of 15 characters. Only the last column may grow, so that
-// the others stay in line. A plain log has no reference code and shows class and type, the two of
-// its four parts that it has.
+// 80 columns with a program name of 13 characters. Only the last column may grow, so that the others
+// stay in line. A plain log has no reference code and shows class and type, the two of its four parts
+// that it has.
 void LogWriter::printSummary(Record const& record) {
     if (!isAnything_) {
-        output_.print(Style::heading,
-                      "ID        TIME (UTC)            SEVERITY  CL TY or REFCODE   USER  EVENT         PROGRAM");
+        output_.print(Style::heading, "ID       TIME (UTC)           SEV   CL TY or REFCODE  EVENT        PROGRAM");
         output_.print("\n");
     }
     std::string lost;
@@ -91,13 +90,13 @@ void LogWriter::printSummary(Record const& record) {
     };
     printLost(!options_.isReversed);
     std::string const code = referenceCode(record);
-    output_.print(padded(printable(record.id.substr(0, shownIdDigits)), shownIdDigits) + "  " +
-                  shownTime(record.timeUs, false) + "  ");
+    output_.print(padded(printable(record.id.substr(0, shownIdDigits)), shownIdDigits) + " " +
+                  shownTime(record.timeUs, false) + " ");
     std::string const severity = shownSeverity(record);
-    output_.print(severity == "error" ? Style::alarm : Style::plain, padded(severity, 8));
+    output_.print(severity == "error" ? Style::alarm : Style::plain, padded(severity, 5));
     std::string const kind = code.empty() ? hexDigits(record.logClass, 2) + " " + hexDigits(record.logType, 2) : code;
-    output_.print("  " + padded(kind, codeWidth) + "  " + hexDigits(record.user, 4) + "  " +
-                  padded(printable(record.event), 12) + "  " + printable(record.program) + "\n");
+    output_.print(" " + padded(kind, codeWidth) + " " + padded(printable(record.event), 12) + " " +
+                  printable(record.program) + "\n");
     printLost(options_.isReversed);
 }
 

@@ -65,12 +65,13 @@ CLI::App& addBlock(CLI::App& app, BlockCommandLine& line) {
         ->check(CLI::IsMember({"short", "json"}).description(""))
         ->type_name("FORMAT");
     block.footer(
-        "A file of printable ASCII is taken for a hex dump, any other for the block itself:\n"
-        "a block is never text, since its header has control bytes. A hex dump is words of\n"
-        "two digits a byte, or lines with offsets as from xxd, hexdump -C and dumps in the\n"
-        "trace. Several blocks may follow each other. More than 64 MiB are refused.\n"
-        "With -o json no byte is lost: an object stands for its header (size, type, format;\n"
-        "little-endian), then the bytes of \"hex\", of \"children\" and of \"rest\".\n"
+        "A file of printable ASCII is taken for a hex dump, any other for the block\n"
+        "itself: a block is never text, since its header has control bytes. A hex dump is\n"
+        "words of two digits a byte, or lines with offsets as from xxd, hexdump -C and\n"
+        "dumps in the trace. Several blocks may follow each other. More than 64 MiB are\n"
+        "refused.\n"
+        "With -o json no byte is lost: an object stands for its header (size, type,\n"
+        "format; little-endian), then the bytes of \"hex\", of \"children\" and of \"rest\".\n"
         "Exit status 3: something is damaged; what could be read was shown.");
     return block;
 }
@@ -109,10 +110,15 @@ int finish(zelq::Output& output, int status) {
     return zelq::exitFailed;
 }
 
-int usageError(std::string message) {
+int usageError(CLI::App const& app, std::string message) {
     message[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(message[0])));
     zelq::complain(message);
-    zelq::complain("see 'zelq --help'");
+    std::string command = app.get_name();
+    for (CLI::App const* at = &app; !at->get_subcommands().empty();) {
+        at = at->get_subcommands().front();
+        command += " " + at->get_name();
+    }
+    zelq::complain("see '" + command + " --help'");
     return zelq::exitUsage;
 }
 
@@ -157,9 +163,9 @@ int run(int argc, char** argv) {
         output.print(text.str());
         return finish(output, zelq::exitFine);
     } catch (CLI::ParseError const& error) {
-        return usageError(error.what());
+        return usageError(app, error.what());
     } catch (zelq::UsageError const& error) {
-        return usageError(error.message);
+        return usageError(app, error.message);
     }
 }
 

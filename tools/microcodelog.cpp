@@ -141,6 +141,19 @@ std::string_view secondaryCodes(std::string_view text) {
     return text.substr(secondaryHeading.size() + 1);
 }
 
+bool isLibraryRoutine(std::uint64_t traceId, std::string_view row) {
+    constexpr std::size_t level = 7;  // behind the component
+    constexpr std::size_t text = level + 3;
+    for (int heads = traceId == threadTraceItem ? 1 : 2; heads > 0; --heads) {  // time; process or thread
+        row.remove_prefix(row.find(' ') + 1);
+    }
+    if (row.size() < text || row.substr(0, 4) != "XLIB" || row.substr(level + 1, 2) != ": ") {
+        return false;
+    }
+    bool const isScope = row.substr(text, 2) == "> " || row.substr(text, 2) == "< ";
+    return isScope || row[level] == 'D';
+}
+
 char const* traceName(std::uint64_t id) {
     switch (id) {
     case systemTraceItem: return "system";

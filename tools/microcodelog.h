@@ -51,6 +51,10 @@ std::vector<std::string_view> linesOf(std::string_view text);
 /// The codes in the bytes of a secondaryCodes item, one a line.
 std::string_view secondaryCodes(std::string_view text);
 
+/// True for a row of a snapshot in which the library tells of its own work: an operation that begins or
+/// ends, or a detail of one. What it tells of the program or of a failure is none.
+bool isLibraryRoutine(std::uint64_t traceId, std::string_view row);
+
 /// "system", "process" or "thread"; null when `id` is not that of a trace snapshot.
 char const* traceName(std::uint64_t id);
 

@@ -47,12 +47,20 @@ void printTextAndBacktrace(std::string_view item, Output& output) {
     }
 }
 
+// Building a log is some twenty calls of the library: without them, a folded trace ends with what the
+// program did. Of one that has nothing else, they are shown.
 void printTrace(RecordItem const& item, bool isFull, Output& output) {
     std::vector<std::string_view> lines = linesOf(item.bytes);
     std::string length = counted(lines.size(), "line");
     if (!isFull && lines.size() > foldedLines) {
-        length = "last " + std::to_string(foldedLines) + " of " + length + " (--full shows all)";
-        lines.erase(lines.begin(), lines.end() - foldedLines);
+        auto const isRoutine = [&item](std::string_view row) { return isLibraryRoutine(item.id, row); };
+        auto const routine = std::stable_partition(lines.begin(), lines.end(), isRoutine);
+        auto const hidden = routine == lines.end() ? 0 : routine - lines.begin();
+        auto const shown = std::min<std::ptrdiff_t>(lines.end() - lines.begin() - hidden, foldedLines);
+        length = "last " + std::to_string(shown) + " of " + length +
+                 (hidden > 0 ? ", " + counted(static_cast<std::uint64_t>(hidden), "library line") + " hidden" : "") +
+                 " (--full shows all)";
+        lines.erase(lines.begin(), lines.end() - shown);
     }
     printSection(std::string(traceName(item.id)) + " trace, " + length, lines, output);
 }

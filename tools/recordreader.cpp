@@ -66,6 +66,7 @@ struct TextField {
 };
 
 constexpr NumberField numberFields[] = {
+    {"v", &Record::version},
     {"pid", &Record::pid},
     {"tid", &Record::tid},
     {"class", &Record::logClass},

@@ -17,6 +17,7 @@ struct RecordItem {
 
 /// A record read back from its line. A field that the line does not have is empty or 0.
 struct Record {
+    std::uint64_t version = 0;
     std::string id;
     long long timeUs = 0;  ///< since 1970
     std::string host;
@@ -41,8 +42,12 @@ struct RecordFault {
     bool isCutOff = false;  ///< it begins like a record and ends in the middle
 };
 
+/// The highest version of a line of which every field means what this reader takes it for.
+constexpr std::uint64_t knownVersion = 1;
+
 /// Reads one line of the store, its '\n' not included, into an empty record. Fields it does not
-/// know are ignored: later versions may add some.
+/// know are ignored: they may be added under any version. Of a higher version than the known one, it
+/// reads what still looks as it should; id and time mean the same in all of them.
 RecordFault parseRecord(std::string_view line, Record* record);
 
 }  // namespace zelq

@@ -13,13 +13,19 @@ constexpr std::size_t faultsMax = 20;  // what fits on a screen, and still tells
 }  // namespace
 
 void FaultSink::add(Fault fault) {
-    ++(fault.isTorn ? torn_ : damaged_);
-    keep(std::move(fault));
+    ++counts_[fault.kind];
+    bool const isTold = fault.kind == Fault::newer && fault.file == newerIn_;
+    newerIn_ = fault.kind == Fault::newer ? fault.file : newerIn_;
+    if (!isTold) {
+        keep(std::move(fault));
+    }
 }
 
 void FaultList::keep(Fault&& fault) {
     if (faults_.size() < faultsMax) {
         faults_.push_back(std::move(fault));
+    } else {
+        ++others_;
     }
 }
 
@@ -35,8 +41,8 @@ void FaultList::complain() {
         }
         zelq::complain(describe(fault));
     }
-    if (std::uint64_t const others = damaged() + torn() - faults_.size(); others > 0) {
-        zelq::complain("and " + counted(others, "more line") + "; 'zelq log verify' names them");
+    if (others_ > 0) {
+        zelq::complain("and " + counted(others_, "more line") + "; 'zelq log verify' names them");
     }
 }
 
@@ -44,8 +50,9 @@ std::string describe(Fault const& fault) {
     if (fault.file == nullptr || fault.line == 0) {
         return fault.reason;
     }
-    return (fault.isTorn ? "torn line " : "bad line ") + std::to_string(fault.line) + " in " + fault.file->name() +
-           ": " + fault.reason;
+    constexpr char const* kinds[] = {"bad", "torn", "newer"};
+    return std::string(kinds[fault.kind]) + " line " + std::to_string(fault.line) + " in " + fault.file->name() + ": " +
+           fault.reason;
 }
 
 }  // namespace zelq

@@ -26,7 +26,7 @@ bool isTorn(FileLine const& line) {
 
 void addReadFailure(StoreFile const& file, int failure, FaultSink& faults) {
     if (failure != 0) {
-        faults.add({nullptr, 0, 0, false, "cannot read '" + file.name() + "': " + std::strerror(failure)});
+        faults.add({nullptr, 0, 0, Fault::damaged, "cannot read '" + file.name() + "': " + std::strerror(failure)});
     }
 }
 
@@ -38,7 +38,7 @@ int StoreReader::open() {
 
 void StoreReader::visit(Order order, FaultSink& faults, Visitor const& visitor, Progress* progress) {
     for (std::string const& reason : files_.unreadable()) {
-        faults.add({nullptr, 0, 0, false, reason});
+        faults.add({nullptr, 0, 0, Fault::damaged, reason});
     }
     std::size_t const count = files_.files().size();
     for (std::size_t i = 0; i < count; ++i) {
@@ -108,12 +108,20 @@ bool readLine(StoreFile const& file, FileLine const& line, FaultSink& faults, Re
         return false;
     }
     if (line.isTooLong()) {
-        faults.add({&file, line.offset, line.number, false,
+        faults.add({&file, line.offset, line.number, Fault::damaged,
                     byteCount(static_cast<std::uint64_t>(line.size)) + " long, more than " + byteCount(lineSizeMax)});
         return false;
     }
     RecordFault fault = parseRecord(line.text, record);
-    if (fault.reason.empty()) {
+    bool const isRecord = fault.reason.empty();
+    if (record->version > knownVersion) {
+        fault.reason = "it has version " + std::to_string(record->version) + ", this zelq knows " +
+                       std::to_string(knownVersion) + (isRecord ? " and may misread it" : ": " + fault.reason);
+    }
+    if (isRecord) {
+        if (!fault.reason.empty()) {
+            faults.add({&file, line.offset, line.number, Fault::newer, std::move(fault.reason)});
+        }
         return true;
     }
     // Only what begins like a record can be the beginning of one.
@@ -122,7 +130,7 @@ bool readLine(StoreFile const& file, FileLine const& line, FaultSink& faults, Re
         fault.reason =
             line.isComplete ? "it ends in the middle, its writer died" : "its writer died or is still writing";
     }
-    faults.add({&file, line.offset, line.number, isTorn, std::move(fault.reason)});
+    faults.add({&file, line.offset, line.number, isTorn ? Fault::torn : Fault::damaged, std::move(fault.reason)});
     return false;
 }
 

@@ -15,21 +15,44 @@
 namespace zelq {
 namespace {
 
-bool isFree(int folder, unsigned index) {
+/// What has the name of a store file.
+enum class Place { free, file, folder };
+
+Place lookAt(int folder, unsigned index) {
     char name[storeNameSize];
     storeFileName(index, name);
     struct stat status;
-    return fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+    if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return errno == ENOENT ? Place::free : Place::file;
+    }
+    return S_ISDIR(status.st_mode) ? Place::folder : Place::file;
+}
+
+// Removes the files that a larger ZELQ_STORE_FILES once allowed.
+void removeBeyond(int folder, unsigned files) {
+    for (unsigned index = files; index < storeFilesMaximum; ++index) {
+        char name[storeNameSize];
+        storeFileName(index, name);
+        if (unlinkat(folder, name, 0) != 0 && errno == ENOENT) {
+            break;
+        }
+    }
 }
 
 // Moves the files below the first free number to the next one each; without a free number the oldest
 // file goes. So a rotation that failed or died halfway costs no records when the next one goes over it.
+// No file can take the place of a folder: one that somebody has put there moves on like a file, and
+// from the last place to the first free one behind it.
 // Returns false when the newest is still in its place: after any failure the loop ends, because the
 // next move would overwrite a file that could not get out of the way.
 bool rotate(int folder, unsigned files) {
+    removeBeyond(folder, files);
     unsigned last = 1;
-    while (last < files - 1 && !isFree(folder, last)) {
-        ++last;
+    for (; last < storeFilesMaximum; ++last) {
+        Place const place = lookAt(folder, last);
+        if (place == Place::free || (last >= files - 1 && place == Place::file)) {
+            break;
+        }
     }
     for (unsigned index = last; index > 0; --index) {
         char from[storeNameSize];
@@ -38,14 +61,6 @@ bool rotate(int folder, unsigned files) {
         storeFileName(index, to);
         if (renameat(folder, from, folder, to) != 0 && errno != ENOENT) {
             return false;
-        }
-    }
-    // Files that a larger ZELQ_STORE_FILES once allowed.
-    for (unsigned index = files; index < storeFilesMaximum; ++index) {
-        char name[storeNameSize];
-        storeFileName(index, name);
-        if (unlinkat(folder, name, 0) != 0) {
-            break;
         }
     }
     return true;
