@@ -4,10 +4,8 @@
 
 #include <climits>
 #include <cstdio>
-#include <stdexcept>
 #include <string>
 
-#include "support/failingnew.h"
 #include "support/fakeservices.h"
 #include "trace/message.h"
 
@@ -125,26 +123,6 @@ TEST(Trace, CutsALineThatIsPutTogetherAtAnyPiece) {
         std::string const whole = "XLIBBLKD: text=" + text + ", number=" + std::to_string(~0UL) + ", " + text;
         EXPECT_EQ(traceCalls().at(0).line, whole.substr(0, 199));
     }
-}
-
-TEST(Trace, ClosesScopesOnTheWayOutOfAnException) {
-    clearTrace();
-    try {
-        XTrace scope("ABCDEFG", 'T', "operation");
-        throw std::runtime_error("x");
-    } catch (std::runtime_error const&) {
-    }
-    EXPECT_EQ(tracedText(), "ABCDEFGT: > operation\nABCDEFGT: < operation\n");
-}
-
-TEST(Trace, WritesNothingForAScopeWithoutMemory) {
-    clearTrace();
-    failAllocation(1);
-    EXPECT_THROW(XTrace("ABCDEFG", 'T', "operation"), std::bad_alloc);
-    failAllocation(1);
-    XTrace::write("ABCDEFG", 'T', "lines need none");
-    failAllocation(0);
-    EXPECT_EQ(tracedText(), "ABCDEFGT: lines need none\n");
 }
 
 }  // namespace

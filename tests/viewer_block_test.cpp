@@ -10,10 +10,9 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include "blockcommand.h"
-#include "support/hex.h"
+#include "support/jsonblocks.h"
 #include "zelqcood/exception.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -109,45 +108,6 @@ protected:
     int status_ = -1;
     std::string complaints_;
 };
-
-/// The bytes that an object of the JSON output stands for.
-std::string bytesOf(rapidjson::Value const& object) {
-    std::string bytes;
-    if (object.HasMember("size")) {
-        std::uint32_t const size = object["size"].GetUint();
-        auto const type = static_cast<std::uint16_t>(object["type"].GetUint());
-        auto const format = static_cast<std::uint16_t>(object["format"].GetUint());
-        bytes.append(reinterpret_cast<char const*>(&size), sizeof size);
-        bytes.append(reinterpret_cast<char const*>(&type), sizeof type);
-        bytes.append(reinterpret_cast<char const*>(&format), sizeof format);
-    }
-    if (object.HasMember("hex")) {
-        bytes += toText(fromHex(object["hex"].GetString()));
-    }
-    if (object.HasMember("children")) {
-        for (rapidjson::Value const& child : object["children"].GetArray()) {
-            bytes += bytesOf(child);
-        }
-    }
-    if (object.HasMember("rest")) {
-        bytes += toText(fromHex(object["rest"].GetString()));
-    }
-    return bytes;
-}
-
-/// The same of a whole output, a line for each object.
-std::string bytesOfLines(std::string const& lines) {
-    std::string bytes;
-    for (std::size_t at = 0; at < lines.size();) {
-        std::size_t const end = std::min(lines.find('\n', at), lines.size());
-        rapidjson::Document document;
-        document.Parse(lines.data() + at, end - at);
-        EXPECT_FALSE(document.HasParseError()) << lines;
-        bytes += document.HasParseError() ? "" : bytesOf(document);
-        at = end + 1;
-    }
-    return bytes;
-}
 
 /// Every kind of block inside each other, and another value in every field.
 std::string richBlock() {
@@ -263,7 +223,7 @@ TEST_F(ViewerBlock, showsEveryFieldOfEveryClass) {
 TEST_F(ViewerBlock, losesNoByteOfDamagedBlocks) {
     std::string const good = richBlock();
     auto const expectWhole = [&](std::string const& input, std::string const& what) {
-        EXPECT_EQ(bytesOfLines(showJson(input)), input) << what;
+        EXPECT_EQ(bytesOfJsonLines(showJson(input)), input) << what;
         int const status = status_;
         zelq::BlockOptions raw;
         raw.raw = true;
@@ -327,7 +287,7 @@ TEST_F(ViewerBlock, tellsWhatIsUnknownOrDamaged) {
         std::string const tree = show(block);
         EXPECT_NE(tree.find(c.shown), std::string::npos) << tree << "instead of\n" << c.shown;
         EXPECT_EQ(status_, c.status) << tree << complaints_;
-        EXPECT_EQ(bytesOfLines(showJson(block)), block) << tree;
+        EXPECT_EQ(bytesOfJsonLines(showJson(block)), block) << tree;
     }
 }
 
@@ -342,7 +302,7 @@ TEST_F(ViewerBlock, depthIsBounded) {
               std::string::npos)
         << tree;
     EXPECT_EQ(status_, 3);
-    EXPECT_EQ(bytesOfLines(showJson(block)), block);
+    EXPECT_EQ(bytesOfJsonLines(showJson(block)), block);
 }
 
 TEST_F(ViewerBlock, readsHexDumps) {
@@ -404,7 +364,7 @@ TEST_F(ViewerBlock, commandLine) {
         EXPECT_EQ(contents(root_ / "out"), tree) << arguments;
     }
     EXPECT_EQ(run("-o json --raw block"), 0);
-    EXPECT_EQ(bytesOfLines(contents(root_ / "out")), richBlock());
+    EXPECT_EQ(bytesOfJsonLines(contents(root_ / "out")), richBlock());
     EXPECT_EQ(run("--raw text"), 3);
     EXPECT_NE(contents(root_ / "err").find("5 bytes where"), std::string::npos);
     EXPECT_EQ(run("--hex block"), 3);
