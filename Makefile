@@ -91,8 +91,9 @@ memcheck:
 	cmake --preset native -DZELQCOOD_TESTS=ON
 	cmake --build --preset native --target library_test store_test
 	for program in library_test store_test; do \
-	    valgrind -q --soname-synonyms=somalloc=nouserintercepts --error-exitcode=9 --leak-check=full \
-	        --errors-for-leak-kinds=definite,possible build/native/tests/$$program --gtest_brief=1 || exit 1; \
+	    valgrind -q --soname-synonyms=somalloc=nouserintercepts --suppressions=tests/memcheck.supp \
+	        --error-exitcode=9 --leak-check=full --errors-for-leak-kinds=definite,possible \
+	        build/native/tests/$$program --gtest_brief=1 || exit 1; \
 	done
 
 # Load for SOAK_SECONDS, with some GB in /var/tmp.

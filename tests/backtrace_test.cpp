@@ -155,6 +155,21 @@ TEST(Backtrace, looksOnlyIntoTheFileThatWasLoaded) {
     std::filesystem::remove(copy);
 }
 
+// As after an upgrade of the running program.
+TEST(Backtrace, namesAProgramWhoseFileIsGone) {
+    std::string const own = std::filesystem::read_symlink("/proc/self/exe");
+    std::string const copy = own + "-gone";
+    if (own.find("-gone") == std::string::npos) {
+        std::filesystem::copy_file(own, copy, std::filesystem::copy_options::overwrite_existing);
+        EXPECT_EQ(std::system(("'" + copy + "' --gtest_filter=Backtrace.namesAProgramWhoseFileIsGone").c_str()), 0);
+        return;
+    }
+    std::filesystem::remove(own);
+    Line const line = parse(captured(0).text).at(0);
+    EXPECT_EQ(line.module, "backtrace_test-gone");
+    EXPECT_EQ(line.function, "backtracetest::captured(int, unsigned int)");
+}
+
 struct Descent {
     Module const& module;
     int left;

@@ -329,6 +329,9 @@ TEST(MicrocodeLog, TakesSnapshotsOfTheTraces) {
     EXPECT_EQ(take(all, 2, 0, 0), "s160 239:161 ");
     result = 5;
     EXPECT_EQ(take(all, 1, 1, 1), "s80 p80 t80 ");
+    if (sizeof(std::size_t) == 4) {
+        EXPECT_THROW(take(all, 0x4000000, 0, 0), std::bad_alloc);  // more bytes than can be numbered
+    }
     result = 0;
     fill = "one\n";
     XEndMicrocodeLog const end(1, 2, 3, 4, "EV", "text", XLog::informational, 0, "id");

@@ -273,6 +273,20 @@ TEST_F(Ring, NeedsLittleMemoryWithoutAPlaceToWrite) {
     EXPECT_FALSE(std::filesystem::exists(ring_));
 }
 
+TEST_F(Ring, TracesNothingWithoutAnyMemory) {
+    EXPECT_EQ(0, inChild([&] {
+                  rlimit const none = {0, RLIM_INFINITY}, enough = {RLIM_INFINITY, RLIM_INFINITY};
+                  setrlimit(RLIMIT_AS, &none);
+                  xtr_trace("line");
+                  xtr_dump_bytes_cb(0, "line", "bytes", 5);
+                  char row[80];
+                  EXPECT_NE(0, xtr_fetch(row, 1, 80, nullptr, nullptr));
+                  setrlimit(RLIMIT_AS, &enough);
+                  xtr_trace("next");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
+}
+
 TEST_F(Ring, ReaderCountsWhatItMissedAndSurvivesACutFile) {
     makeSmallRing();
     RingReader reader;

@@ -133,6 +133,7 @@ TEST_F(StoreTest, textOrNot) {
         {"\xF4\x90\x80\x80", false},  // beyond the last character
         {"\xF8\x88\x80\x80\x80", false},
         {"cut \xE2\x82", false},
+        {"\xE2\x82 cut", false},
         {"cut \xF0\x9F\x98" + nul, false},
         {"\xC2\x85", false},  // a control character of two bytes
         {"\xC2\xA0", true},

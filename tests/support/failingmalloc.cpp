@@ -1,6 +1,7 @@
 // Allocations of the C library fail and count as those by new do; not with AddressSanitizer, which has a
 // malloc() of its own.
 
+#include <dlfcn.h>
 #include <cstdlib>
 
 #include "support/failingnew.h"
@@ -22,26 +23,28 @@ long liveMallocs() {
     return live;
 }
 
-// An executable comes first in symbol look-up, so the libraries call these.
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* memory, std::size_t size);
-void __libc_free(void* memory);
+// An executable comes first in symbol look-up, so the libraries call these. The C library's are asked
+// for by name: valgrind puts its own in their place.
+#define NEXT(function) static auto* const next = reinterpret_cast<decltype(&::function)>(dlsym(RTLD_NEXT, #function))
 
+extern "C" {
 void* malloc(std::size_t size) {
-    return allocationFails() ? nullptr : counted(__libc_malloc(size));
+    NEXT(malloc);
+    return allocationFails() ? nullptr : counted(next(size));
 }
 void* calloc(std::size_t count, std::size_t size) {
-    return allocationFails() ? nullptr : counted(__libc_calloc(count, size));
+    NEXT(calloc);
+    return allocationFails() ? nullptr : counted(next(count, size));
 }
 void* realloc(void* old, std::size_t size) {
-    void* const memory = allocationFails() ? nullptr : __libc_realloc(old, size);
+    NEXT(realloc);
+    void* const memory = allocationFails() ? nullptr : next(old, size);
     return old == nullptr ? counted(memory) : memory;
 }
 void free(void* memory) {
+    NEXT(free);
     live -= memory != nullptr;
-    __libc_free(memory);
+    next(memory);
 }
 }
 
