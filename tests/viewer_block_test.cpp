@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "blockcommand.h"
+#include "hextext.h"
 #include "support/jsonblocks.h"
 #include "zelqcood/exception.h"
 #include "zelqplatform/errorlog_service.h"
@@ -245,6 +246,12 @@ TEST_F(ViewerBlock, losesNoByteOfDamagedBlocks) {
             expectWhole(damaged, std::to_string(wrong) + " at " + std::to_string(at));
         }
     }
+    std::string bytes(70000, 'x');
+    zelq::BlockOptions options;
+    options.offsets = true;
+    std::string const large = toText(XLogData(bytes.data(), bytes.size(), 1).asBinary());
+    expectWhole(large, "70000 bytes");
+    EXPECT_EQ(show(large, options).find("000000  XLogData"), 0U);
     expectWhole(good + good + "abc", "two blocks and 3 bytes");
     EXPECT_NE(complaints_.find("at 0x0440: 3 bytes where a block should begin"), std::string::npos) << complaints_;
 }
@@ -260,6 +267,9 @@ TEST_F(ViewerBlock, tellsWhatIsUnknownOrDamaged) {
          "  unknown  type 119, 11 bytes, format 2\n"
          "    aa bb cc                                          |...|\n"
          "  XLogData  type 0x8005, 18 bytes\n"},
+        {"..0580 0100 0A000000 0000 0100 EE00", 0, "    block id  0x00ee (238, process trace)\n"},
+        {"..0580 0100 0A000000 0000 0100 EF00", 0, "    block id  0x00ef (239, system trace)\n"},
+        {"..0580 0100 0A000000 0000 0100 F000", 0, "    block id  0x00f0 (240, error id and reason)\n"},
         {"09000000 0190 0100 AA", 0, "unknown  type 0x9001, 9 bytes\n  aa "},
         {item + item, 0, "block id  0x0007 (7)\n\n-- block 2 --\nXLogData "},
         {"..0580 0100 08000000 0280 0100", 0, "  XLog  type 0x8002, 8 bytes, not read in this place\n"},
@@ -317,8 +327,8 @@ TEST_F(ViewerBlock, readsHexDumps) {
     options.raw = false;
     std::ofstream(root_ / "block", std::ios::binary) << block;
     std::string const words = toHex(reinterpret_cast<unsigned char const*>(block.data()), block.size());
-    for (std::string const dump : {"xxd", "xxd -p", "xxd -g1 -c40 -u", "xxd -i <", "hexdump -C", "od -A x -t x1z",
-                                   "xxd -s 0 | sed 's/^/12:00:01.5 1-1 MYPROG D: a: /'"}) {
+    for (std::string const dump : {"xxd", "xxd | sed G", "xxd -p", "xxd -g1 -c40 -u", "xxd -i <", "hexdump -C",
+                                   "od -A x -t x1z", "xxd -s 0 | sed 's/^/12:00:01.5 1-1 MYPROG D: a: /'"}) {
         std::size_t const bar = std::min(dump.find(" | "), dump.size());
         std::string const file = " '" + (root_ / "block").string() + "' ";
         std::string const to = " >'" + (root_ / "dump").string() + "'";
@@ -334,6 +344,8 @@ TEST_F(ViewerBlock, readsHexDumps) {
         {"1a000000\n058 001", "line 2: '058' where"},
         {"0000: 1a00  x\n0003: 00", "line 2: offset 0x3 where 0x2 should be"},
         {"0010: 1a00\nmore", "line 2: 'more' where"},
+        {"0010: 1a00\n0012: zz", "line 2: 'zz' where"},
+        {"0000  1a 00 |\nmore", "line 2: 'more' where"},
         {"0000  1a 00 |\n*", "line 2: no offset behind the '*'"},
         {"0000  1a 00 |\n*\nffffffffff", "line 3: offset 0xffffffffff is too large"},
     };
@@ -342,6 +354,8 @@ TEST_F(ViewerBlock, readsHexDumps) {
         EXPECT_NE(complaints_.find(c.complaint), std::string::npos) << complaints_;
         EXPECT_EQ(status_, 3) << c.text;
     }
+    std::string bytes;
+    EXPECT_EQ(zelq::parseHexText("1a00 " + std::string(3000, ' ') + "\n05", 2, &bytes), "line 2: more than 2 bytes");
 }
 
 TEST_F(ViewerBlock, commandLine) {
