@@ -161,19 +161,6 @@ TEST(Exception, WritesAndRebuildsItsBlock) {
     EXPECT_EQ(other.locationCount(), 2ul);
 }
 
-TEST(Exception, CarriesAnyNumberOfLocations) {
-    XException exception("abc", ZoException::recoverable, 0);
-    for (unsigned long line = 1; line <= 9; ++line) {
-        exception.addLocation(ZoExceptionLocation("file", "function", line));
-    }
-    auto rebuilt = std::make_unique<XException>(Block(exception.asBinary()).get());
-    XException const copy(*rebuilt);
-    rebuilt.reset();
-    ASSERT_EQ(copy.locationCount(), 9ul);
-    EXPECT_STREQ(copy.locationAtIndex(8)->functionName(), "function");
-    EXPECT_EQ(copy.locationAtIndex(8)->lineNumber(), 9ul);
-}
-
 TEST(Exception, ReportsDamageInOneLine) {
     std::string const fields = "01000000 00000000 34120000 58000000 00000000 00000000 00000000 00000000 00000000";
     std::string const textChild = "0A000000 0100 0100 54 00";

@@ -1,6 +1,5 @@
 // The viewer's commands for the store: filters, formats, follow, stats, verify and prune.
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <cstring>
@@ -9,7 +8,6 @@
 #include <regex>
 #include <sstream>
 #include <utility>
-#include <vector>
 
 #include "viewerfixture.h"
 #include "zelqplatform/errorlog_service.h"

@@ -1,43 +1,27 @@
 // The viewer, run as a program: what it prints, where, and with which exit status.
 
-#include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <string>
 #include <utility>
-#include <vector>
 
+#include "storefixture.h"
 #include "viewerfixture.h"
-#include "zelqplatform/errorlog_service.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
 
-/// Items of a record: id and bytes.
-using Items = std::vector<std::pair<int, std::string>>;
+using Items = std::vector<storetest::Item>;
 
 std::string const zero(1, '\0');
 
 /// Records a log through the service, as programs do.
 void record(Items const& items, unsigned char logClass = 10) {
-    xlog_record_interface log = {XLOG_ERROR | XLOG_MODIFY_BLOCK | 0x0004, logClass, 0x42, 1, {}, "EVENT", {}, {}};
-    std::strcpy(log.logId, "id \x1b[31m \xFF");
-    std::vector<xlog_detail_entry> entries(items.size());
-    for (std::size_t i = items.size(); i-- > 0; log.details = &entries[i]) {
-        entries[i].size = static_cast<std::uint32_t>(items[i].second.size());
-        entries[i].id = static_cast<std::uint8_t>(items[i].first);
-        entries[i].data = items[i].second.data();
-        entries[i].next = log.details;
-    }
-    ASSERT_EQ(xlog_record(&log, nullptr), XLOG_OK);
+    storetest::TestRecord log(items, "EVENT", "id \x1b[31m \xFF");
+    log->attributes = XLOG_ERROR | XLOG_MODIFY_BLOCK | 0x0004;
+    log->logClass = logClass;
+    log->logType = 0x42;
+    log->user = 1;
+    ASSERT_EQ(log.store(), "0 0");
 }
 
 /// Rows `from` to 12 of a trace, each between two texts.
@@ -122,7 +106,7 @@ TEST_F(ViewerTest, microcodeLogsReadFromCauseToTrace) {
         std::string const out = zelq("log show " + option + " | sed -n '/^refcode/p; 1,/^attributes/!p'");
         return std::regex_replace(out, std::regex("\n(    |(?=\n))"), "|");
     };
-    std::pair<int, std::string> const code = {240, {"\x22\0\6\0\0\0", 6}};
+    storetest::Item const code = {240, {"\x22\0\6\0\0\0", 6}};
     std::string const ref = "refcode     A0420022 00000006\n";
     std::string const codes = "Secondary Reference Codes:\n\nA0410011 00000000\n0BDFABCD FFFFFFFF" + zero;
     std::string const shownCodes = "|A0410011 00000000|0BDFABCD FFFFFFFF\n";
