@@ -5,7 +5,6 @@
 #include <climits>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 
 #include "support/sampleblocks.h"
 

@@ -4,7 +4,6 @@
 
 #include <exception>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 

@@ -2,12 +2,10 @@
 
 #include <sys/file.h>
 #include <sys/resource.h>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <regex>
 #include <sstream>
-#include <utility>
 
 #include "viewerfixture.h"
 #include "zelqplatform/errorlog_service.h"
