@@ -2,15 +2,12 @@
 //
 // Input: what is in the file, taken as bytes and as text.
 
-#include <cstring>
-
-#include <rapidjson/document.h>
-
 #include "blockjson.h"
 #include "blockprinter.h"
 #include "entry.h"
 #include "hextext.h"
 #include "support/failingnew.h"
+#include "support/jsonblocks.h"
 #include "support/sampleblocks.h"
 #include "surroundings.h"
 
@@ -19,35 +16,7 @@ NoFailingNew::~NoFailingNew() = default;
 
 namespace {
 
-using rapidjson::Value;
-
 constexpr std::size_t bytesMost = 1U << 20;
-
-std::string fromDigits(Value const& digits) {
-    Bytes const bytes = fromHex({digits.GetString(), digits.GetStringLength()});
-    return {bytes.begin(), bytes.end()};
-}
-
-// The bytes that an object in the JSON stands for.
-std::string bytesOf(Value const& object) {
-    std::string bytes;
-    if (object.HasMember("size")) {
-        BlockHeader const header = {object["size"].GetUint(), static_cast<std::uint16_t>(object["type"].GetUint()),
-                                    static_cast<std::uint16_t>(object["format"].GetUint())};
-        unsigned char packed[BlockHeader::bytes];
-        header.store(packed);
-        bytes.assign(packed, packed + sizeof packed);
-    }
-    if (object.HasMember("hex")) {
-        bytes += fromDigits(object["hex"]);
-    }
-    if (object.HasMember("children")) {
-        for (Value const& child : object["children"].GetArray()) {
-            bytes += bytesOf(child);
-        }
-    }
-    return object.HasMember("rest") ? bytes + fromDigits(object["rest"]) : bytes;
-}
 
 // As JSON, no byte is lost.
 void checkJson(std::string input, Printed& printed) {
@@ -55,16 +24,7 @@ void checkJson(std::string input, Printed& printed) {
     zelq::BlockJsonPrinter printer(output);
     walkBlocks(input, printer);
     require(output.flush(), "the output failed");
-    std::string const text = printed.take();
-    std::string bytes;
-    for (std::size_t begin = 0, end; begin < text.size(); begin = end + 1) {
-        end = text.find('\n', begin);
-        rapidjson::Document line;
-        line.Parse<rapidjson::kParseValidateEncodingFlag | rapidjson::kParseIterativeFlag>(&text[begin], end - begin);
-        require(!line.HasParseError() && line.IsObject(), "not a JSON object");
-        bytes += bytesOf(line);
-    }
-    require(bytes == input, "the JSON stands for other bytes");
+    require(bytesOfJsonLines(printed.take()) == input, "the JSON stands for other bytes");
 }
 
 void checkTree(std::string input, bool isLong, Printed& printed) {

@@ -5,7 +5,6 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cstring>
 #include <set>
 
 #include "entry.h"

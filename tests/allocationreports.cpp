@@ -18,7 +18,7 @@ void tryMicrocodeLogs() {
     PlainMicrocodeLog const plain(1, 2, 3, 4, 5, longText, longText, all, 0, longText);
     Block const block(other.asBinary());
     Block const plainBlock(plain.asBinary());
-    auto const whole = [&] { return hexOf(log); };
+    auto const tryWith = failEachOn([&] { return hexOf(log); });
     failEachMaking<PlainMicrocodeLog>({"XMicrocodeLog::XMicrocodeLog()"});
     failEachMaking<PlainMicrocodeLog>({"XMicrocodeLog::XMicrocodeLog(unsigned char, unsigned char, unsigned short, "
                                        "unsigned short, int, char const*, char const*, XLog::Attribute, int, "
@@ -34,25 +34,16 @@ void tryMicrocodeLogs() {
     failEachMaking<XEndMicrocodeLog>({"XEndMicrocodeLog::XEndMicrocodeLog(XEndMicrocodeLog const&)"}, other);
     failEachMaking<XEndMicrocodeLog>({"XEndMicrocodeLog::XEndMicrocodeLog(unsigned char*)"}, block.get());
     std::unique_ptr<XMicrocodeLog> made;
-    failEach(
-        {"XEndMicrocodeLog::clone()"}, [&] { made.reset(log.clone()); }, whole);
-    failEach(
-        {"XEndMicrocodeLog::asBinary() const"}, [&] { Block(log.asBinary()); }, whole);
+    tryWith("XEndMicrocodeLog::clone()", [&] { made.reset(log.clone()); });
+    tryWith("XEndMicrocodeLog::asBinary() const", [&] { Block(log.asBinary()); });
     failEach({"XMicrocodeLog::asBinary() const"}, [&] { Block(plain.asBinary()); });
-    failEach(
-        {"XMicrocodeLog::operator+=(XMicrocodeLog const&)"}, [&] { log += other; }, whole);
-    failEach(
-        {"XMicrocodeLog::setText(char const*)"}, [&] { log.setText((std::string(longText) + longText).c_str()); },
-        whole);
-    failEach(
-        {"XMicrocodeLog::text() const"}, [&] { log.text(); }, whole);
-    failEach(
-        {"XMicrocodeLog::backtrace() const"}, [&] { log.backtrace(); }, whole);
-    failEach(
-        {"XMicrocodeLog::addTraceBlocks(unsigned int, unsigned int, unsigned int)"},
-        [&] { log.addTraceBlocks(3, 3, 3); }, whole);
-    failEach(
-        {"XMicrocodeLog::secondaryRefcodes[abi:cxx11]() const"}, [&] { log.secondaryRefcodes(); }, whole);
+    tryWith("XMicrocodeLog::operator+=(XMicrocodeLog const&)", [&] { log += other; });
+    tryWith("XMicrocodeLog::setText(char const*)", [&] { log.setText((std::string(longText) + longText).c_str()); });
+    tryWith("XMicrocodeLog::text() const", [&] { log.text(); });
+    tryWith("XMicrocodeLog::backtrace() const", [&] { log.backtrace(); });
+    tryWith("XMicrocodeLog::addTraceBlocks(unsigned int, unsigned int, unsigned int)",
+            [&] { log.addTraceBlocks(3, 3, 3); });
+    tryWith("XMicrocodeLog::secondaryRefcodes[abi:cxx11]() const", [&] { log.secondaryRefcodes(); });
     expectNoAllocation(
         {"XMicrocodeLog::setErrorId(unsigned short)", "XMicrocodeLog::errorId() const",
          "XMicrocodeLog::setErrorReason(int)", "XMicrocodeLog::errorReason() const", "XMicrocodeLog::setOwned(int)",
@@ -84,7 +75,7 @@ void tryExceptions() {
     Block const trapBlock(trap.asBinary());
     XBaseException const base(foreign);
     Block const baseBlock(base.asBinary());
-    auto const whole = [&] { return hexOf(exception); };
+    auto const tryWith = failEachOn([&] { return hexOf(exception); });
     auto const severity = ZoException::recoverable;
     failEachMaking<XBaseException>({"XBaseException::XBaseException(char*, ZoException::Severity, int)"}, +text,
                                    severity, 0);
@@ -107,18 +98,14 @@ void tryExceptions() {
     failEach({"XBaseException::asBinary() const"}, [&] { Block(base.asBinary()); });
     failEach({"XException::asBinary() const"}, [&] { Block(rebuilt.asBinary()); });
     failEach({"XTrapException::asBinary() const"}, [&] { Block(trap.asBinary()); });
+    tryWith("XBaseException::asString() const", [&] { exception.asString(); });
+    tryWith("XBaseException::asTrace(ZoString, char) const", [&] { exception.asTrace(longText, 'F'); });
     failEach(
-        {"XBaseException::asString() const"}, [&] { exception.asString(); }, whole);
-    failEach(
-        {"XBaseException::asTrace(ZoString, char) const"}, [&] { exception.asTrace(longText, 'F'); }, whole);
-    failEach(
-        {"XBaseException::setLogInfo(XMicrocodeLog*)"}, [&] { exception.setLogInfo(&log); }, whole, Destroys::logs);
-    failEach(
-        {"XBaseException::addData(XMicrocodeLogData const&)"}, [&] { exception.addData(item); }, whole);
-    failEach(
-        {"XBaseException::data(unsigned int) const"}, [&] { exception.data(1); }, whole);
-    failEach(
-        {"XBaseException::dataCount() const"}, [&] { exception.dataCount(); }, whole);
+        {"XBaseException::setLogInfo(XMicrocodeLog*)"}, [&] { exception.setLogInfo(&log); },
+        [&] { return hexOf(exception); }, Destroys::logs);
+    tryWith("XBaseException::addData(XMicrocodeLogData const&)", [&] { exception.addData(item); });
+    tryWith("XBaseException::data(unsigned int) const", [&] { exception.data(1); });
+    tryWith("XBaseException::dataCount() const", [&] { exception.dataCount(); });
     expectNoAllocation({"XBaseException::isLogged() const", "XBaseException::setLogged(int)",
                         "XBaseException::logInfo() const", "XBaseException::name() const"},
                        [&] {

@@ -1,134 +1,29 @@
-// Backtraces of stacks that the tests build: what each line says, what is remembered of it and for
-// how long, and what happens without memory, with several threads and with damaged files.
+// Backtraces of stacks that the tests build: what each line says, and for how long it is remembered.
 
-#include <gtest/gtest.h>
+#include "backtracefixture.h"
 
-#include <dlfcn.h>
-#include <link.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csetjmp>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
-#include <regex>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include "services/elfsymbols.h"
-#include "zelqplatform/errorlog_service.h"
-
-#ifndef __SANITIZE_ADDRESS__
+namespace backtracetest {
 namespace {
 
-thread_local unsigned countdown = 0;
-thread_local bool failed = false;
-thread_local long live = 0;
-
-bool failsNow() {
-    failed = failed || countdown == 1;
-    return countdown != 0 && --countdown == 0;
+void captureInto(void* target) {
+    *static_cast<Captured*>(target) = captured(0);
 }
 
-}  // namespace
-
-// The library's malloc() is this one, as an executable comes first in symbol look-up.
-extern "C" {
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* memory, std::size_t size);
-void __libc_free(void* memory);
-
-void* malloc(std::size_t size) {
-    void* const memory = failsNow() ? nullptr : __libc_malloc(size);
-    live += memory != nullptr;
-    return memory;
-}
-void* calloc(std::size_t count, std::size_t size) {
-    void* const memory = failsNow() ? nullptr : __libc_calloc(count, size);
-    live += memory != nullptr;
-    return memory;
-}
-void* realloc(void* old, std::size_t size) {
-    void* const memory = failsNow() ? nullptr : __libc_realloc(old, size);
-    live += old == nullptr && memory != nullptr;
-    return memory;
-}
-void free(void* memory) {
-    live -= memory != nullptr;
-    __libc_free(memory);
-}
-}
-#endif
-
-namespace {
-
-using Callback = void (*)(void*);
-
-struct Captured {
-    int result = -1;
-    int length = -1;
-    bool hasText = false;
-    std::string text;
-};
-
-struct Line {
-    std::size_t number = 0;
-    std::uintptr_t address = 0;
-    std::string function;
-    std::uintptr_t offset = 0;
-    std::string module;
-    std::uintptr_t moduleOffset = 0;
-};
-
-std::uintptr_t hexadecimal(std::string const& text) {
-    return static_cast<std::uintptr_t>(std::stoull(text, nullptr, 16));
-}
-
-std::vector<Line> parse(std::string const& text) {
-    static std::regex const pattern(
-        R"(#(\d+) +(0x[0-9a-f]+)  (\?\?|(\S.*)\+(0x[0-9a-f]+))(  \[([^/]+)\+(0x[0-9a-f]+)\])?)");
-    std::vector<Line> lines;
-    std::istringstream input(text);
-    for (std::string row; std::getline(input, row);) {
-        std::smatch match;
-        if (!std::regex_match(row, match, pattern)) {
-            ADD_FAILURE() << "not a frame: " << row;
-            continue;
-        }
-        Line line;
-        line.number = std::stoul(match[1]);
-        line.address = hexadecimal(match[2]);
-        line.function = match[4].matched ? match[4].str() : "??";
-        line.offset = match[5].matched ? hexadecimal(match[5]) : 0;
-        line.module = match[7];
-        line.moduleOffset = match[8].matched ? hexadecimal(match[8]) : 0;
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-Captured captured(int skip) {
+std::vector<Line> captureThrough(Module const& module) {
     Captured result;
-    char* text = nullptr;
-    result.result = xlog_get_backtrace(&text, skip, &result.length);
-    result.hasText = text != nullptr;
-    result.text = text != nullptr ? text : "";
-    std::free(text);
-    return result;
+    module.call(captureInto, &result);
+    return parse(result.text);
+}
+
+std::uintptr_t addressOf(Module const& module) {
+    return reinterpret_cast<std::uintptr_t>(module.call);
 }
 
 // A chain of functions: all static to this file, none exported, none of them a jump.
@@ -155,51 +50,7 @@ std::vector<Captured> chain(int first, int last) {
 }
 
 std::string name(std::string const& parameters) {
-    return "(anonymous namespace)::" + parameters;
-}
-
-std::string functions(std::vector<Line> const& lines, std::size_t count) {
-    std::string all;
-    for (std::size_t i = 0; i < count && i < lines.size(); ++i) {
-        all += lines[i].function + '\n';
-    }
-    return all;
-}
-
-/// A module, loaded as long as the object lives.
-class Module {
-public:
-    Module(char const* path, char const* function)
-        : handle_(dlopen(path, RTLD_NOW)),
-          call(handle_ == nullptr ? nullptr : reinterpret_cast<void (*)(Callback, void*)>(dlsym(handle_, function))) {}
-    ~Module() { dlclose(handle_); }
-    Module(Module const&) = delete;
-    Module& operator=(Module const&) = delete;
-
-private:
-    void* handle_;
-
-public:
-    void (*const call)(Callback, void*);
-};
-
-void captureInto(void* target) {
-    *static_cast<Captured*>(target) = captured(0);
-}
-
-std::vector<Line> captureThrough(Module const& module) {
-    Captured result;
-    module.call(captureInto, &result);
-    return parse(result.text);
-}
-
-std::uintptr_t addressOf(Module const& module) {
-    return reinterpret_cast<std::uintptr_t>(module.call);
-}
-
-// Each change of the loaded modules makes the service forget.
-void forgetLines() {
-    Module const module(OTHER_MODULE, "otherModuleCall");
+    return "backtracetest::(anonymous namespace)::" + parameters;
 }
 
 TEST(Backtrace, namesTheFunctionsInnermostFirst) {
@@ -210,8 +61,8 @@ TEST(Backtrace, namesTheFunctionsInnermostFirst) {
 
     std::vector<Line> const lines = parse(result.text);
     ASSERT_GT(lines.size(), 5U);
-    EXPECT_EQ(lines[0].function, name("captured(int)"));
-    std::string const captures = "std::vector<" + name("Captured") + ", std::allocator<" + name("Captured") + "> >&";
+    EXPECT_EQ(lines[0].function, "backtracetest::captured(int, unsigned int)");
+    std::string const captures = "std::vector<backtracetest::Captured, std::allocator<backtracetest::Captured> >&";
     EXPECT_EQ(lines[1].function, name("innermost(") + captures + ", int, int)");
     EXPECT_EQ(lines[2].function, name("middle(char const*, ") + captures + ", int, int)");
     EXPECT_EQ(lines[3].function, name("outermost(") + captures + ", int, int)");
@@ -264,19 +115,6 @@ TEST(Backtrace, keepsErrnoAndTakesNullPointers) {
     EXPECT_EQ(errno, ELOOP);
 }
 
-TEST(Backtrace, modulePlusOffsetIsWhatAddr2lineTakes) {
-    Line const line = parse(chain(0, 0).front().text)[2];
-    std::ostringstream command;
-    command << "addr2line -f -C -e " << std::filesystem::read_symlink("/proc/self/exe") << " 0x" << std::hex
-            << line.moduleOffset - 1;
-    FILE* const pipe = popen(command.str().c_str(), "r");
-    ASSERT_NE(pipe, nullptr);
-    char found[512] = "";
-    ASSERT_NE(std::fgets(found, sizeof found, pipe), nullptr);
-    pclose(pipe);
-    EXPECT_EQ(std::string(found).find("(anonymous namespace)::middle("), 0U) << found;
-}
-
 TEST(Backtrace, forgetsAnUnloadedModule) {
     std::uintptr_t oldPlace = 0;
     std::vector<Line> before;
@@ -317,6 +155,21 @@ TEST(Backtrace, looksOnlyIntoTheFileThatWasLoaded) {
     std::filesystem::remove(copy);
 }
 
+// As after an upgrade of the running program.
+TEST(Backtrace, namesAProgramWhoseFileIsGone) {
+    std::string const own = std::filesystem::read_symlink("/proc/self/exe");
+    std::string const copy = own + "-gone";
+    if (own.find("-gone") == std::string::npos) {
+        std::filesystem::copy_file(own, copy, std::filesystem::copy_options::overwrite_existing);
+        EXPECT_EQ(std::system(("'" + copy + "' --gtest_filter=Backtrace.namesAProgramWhoseFileIsGone").c_str()), 0);
+        return;
+    }
+    std::filesystem::remove(own);
+    Line const line = parse(captured(0).text).at(0);
+    EXPECT_EQ(line.module, "backtrace_test-gone");
+    EXPECT_EQ(line.function, "backtracetest::captured(int, unsigned int)");
+}
+
 struct Descent {
     Module const& module;
     int left;
@@ -333,46 +186,50 @@ __attribute__((noipa)) void descend(void* argument) {
     asm volatile("");
 }
 
-TEST(Backtrace, isWholeInADeepRecursion) {
+TEST(Backtrace, isWholeInADeepRecursionOrSaysThatItIsCut) {
     Module const module(FIRST_MODULE, "firstModuleCall");
-    Descent descent = {module, 66, {}};
-    descend(&descent);
-    std::vector<Line> const lines = parse(descent.result.text);
-    ASSERT_GT(lines.size(), 200U);
-    for (std::size_t i = 1; i < 199; i += 3) {
-        EXPECT_EQ(lines[i].function, name("descend(void*)"));
-        EXPECT_EQ(lines[i + 1].module, "libbacktrace_module_first.so");
-        EXPECT_EQ(lines[i + 2].function, "firstModuleCall");
+    for (int const depth : {66, 100}) {
+        Descent descent = {module, depth, {}};
+        descend(&descent);
+        std::string text = descent.result.text;
+        if (depth == 100) {
+            std::size_t const last = text.rfind('\n');
+            EXPECT_EQ(text.substr(last + 1), "#256 and more: only the innermost frames are described");
+            text.resize(last);
+        }
+        std::vector<Line> const lines = parse(text);
+        ASSERT_GT(lines.size(), 200U);
+        for (std::size_t i = 1; i < 199; i += 3) {
+            EXPECT_EQ(lines[i].function, name("descend(void*)"));
+            EXPECT_EQ(lines[i + 1].module, "libbacktrace_module_first.so");
+            EXPECT_EQ(lines[i + 2].function, "firstModuleCall");
+        }
+        EXPECT_EQ(lines.size() == 256, depth == 100);
+        EXPECT_EQ(lines.back().function == "_start", depth != 100);
     }
-    EXPECT_EQ(lines.back().function, "_start");
-}
-
-TEST(Backtrace, saysWhenItIsCut) {
-    Module const module(FIRST_MODULE, "firstModuleCall");
-    Descent descent = {module, 100, {}};
-    descend(&descent);
-    std::string const& text = descent.result.text;
-    std::size_t const last = text.rfind('\n');
-    EXPECT_EQ(text.substr(last + 1), "#256 and more: only the innermost frames are described");
-    EXPECT_EQ(parse(text.substr(0, last)).size(), 256U);
 }
 
 }  // namespace
+}  // namespace backtracetest
 
-// A function that ends in a call, and so returns into the one behind it; and that one, which faults
-// at its first instruction. Both stand on stacks with the same address, at different moments.
+// A function that ends in a call, and so returns into the one behind it; and
+// that one, which faults at its first instruction. Both stand on stacks with
+// the same address, at different moments.
 #ifdef __x86_64__
 #define CALL_ARGUMENT "subq $8, %rsp; .cfi_adjust_cfa_offset 8; call *%rdi"
 #else
 #define CALL_ARGUMENT "subl $12, %esp; .cfi_adjust_cfa_offset 12; call *16(%esp)"
 #endif
-asm(".pushsection .text; .type endsInACall, @function; .type faultsAtOnce, @function\n"
+asm(".pushsection .text; .type endsInACall, @function; .type faultsAtOnce, "
+    "@function\n"
     "endsInACall: .cfi_startproc;" CALL_ARGUMENT
     "; .cfi_endproc; .size endsInACall, . - endsInACall\n"
-    "faultsAtOnce: .cfi_startproc; ud2; .cfi_endproc; .size faultsAtOnce, . - faultsAtOnce; .popsection");
+    "faultsAtOnce: .cfi_startproc; ud2; .cfi_endproc; .size faultsAtOnce, . - "
+    "faultsAtOnce; .popsection");
 extern "C" __attribute__((visibility("hidden"))) void endsInACall(void (*callback)());
 extern "C" __attribute__((visibility("hidden"))) void faultsAtOnce();
 
+namespace backtracetest {
 namespace {
 
 sigjmp_buf wayBack;
@@ -436,287 +293,5 @@ TEST(Backtrace, cutsLongNames) {
     EXPECT_EQ(function.substr(256), "...");
 }
 
-#ifndef __SANITIZE_ADDRESS__
-// Names longer than usual, so that the text has to grow.
-template <typename... Types>
-__attribute__((noipa)) void callBelowLongNames(Module const& module, Callback callback, void* argument, int names) {
-    if (names == 0) {
-        module.call(callback, argument);
-    } else {
-        callBelowLongNames<Types...>(module, callback, argument, names - 1);
-    }
-    asm volatile("");
-}
-
-TEST(Backtrace, withoutMemoryThereIsNoText) {
-    Module const module(FIRST_MODULE, "firstModuleCall");
-    struct Attempt {
-        unsigned n;
-        Captured result;
-        static void run(void* target) {
-            auto& attempt = *static_cast<Attempt*>(target);
-            char* text = nullptr;
-            failed = false;
-            countdown = attempt.n;
-            attempt.result.result = xlog_get_backtrace(&text, 0, &attempt.result.length);
-            countdown = 0;
-            attempt.result.hasText = text != nullptr;
-            attempt.result.text = text != nullptr ? text : "";
-            std::free(text);
-        }
-    };
-    Attempt whole = {0, {}};
-    callBelowLongNames<Captured, Line, std::string, std::string>(module, Attempt::run, &whole, 20);
-    ASSERT_EQ(whole.result.result, 0);
-    int failures = 0;
-    long liveBefore = 0;
-    for (unsigned n = 1;; ++n) {
-        forgetLines();
-        bool hasFailed = false;
-        for (unsigned const failing : {n, 0U}) {  // then once more with memory: everything is remembered again
-            Attempt attempt = {failing, {}};
-            callBelowLongNames<Captured, Line, std::string, std::string>(module, Attempt::run, &attempt, 20);
-            hasFailed = hasFailed || failed;
-            EXPECT_EQ(attempt.result.hasText, attempt.result.result == 0);
-            EXPECT_EQ(attempt.result.length, static_cast<int>(attempt.result.text.size()));
-            if (attempt.result.result == 0) {
-                EXPECT_EQ(functions(parse(attempt.result.text), 99), functions(parse(whole.result.text), 99));
-            } else {
-                ++failures;
-                EXPECT_EQ(attempt.result.result, ENOMEM);
-                EXPECT_NE(failing, 0U);
-            }
-        }
-        if (n > 1) {
-            EXPECT_EQ(live, liveBefore) << "after allocation " << n;
-        }
-        liveBefore = live;
-        if (!hasFailed) {
-            EXPECT_GT(n, 20U);
-            break;
-        }
-    }
-    EXPECT_GT(failures, 10);
-}
-#endif
-
-TEST(Backtrace, severalThreadsAtOnce) {
-    std::atomic<int> wrong{0};
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int number = 0; number < 4; ++number) {
-        threads.emplace_back([&] {
-            std::vector<Captured> expected;
-            for (int round = 0; round < 300; ++round) {
-                std::vector<Captured> const captures = chain(0, 3);
-                expected = round == 0 ? captures : expected;
-                for (std::size_t i = 0; i < captures.size(); ++i) {
-                    wrong += captures[i].text != expected[i].text || captures[i].text.find("(anonymous") > 22;
-                }
-            }
-        });
-    }
-    std::thread forgetful([&] {
-        while (!stop) {
-            forgetLines();
-        }
-    });
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    stop = true;
-    forgetful.join();
-    EXPECT_EQ(wrong, 0);
-}
-
-#ifndef __SANITIZE_ADDRESS__  // whose allocator may stay locked in a child
-TEST(Backtrace, worksInAForkedChild) {
-    std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&] {
-            while (!stop) {
-                chain(0, 3);
-            }
-        });
-    }
-    for (int i = 0; i < 500; ++i) {
-        pid_t const child = fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            alarm(20);
-            char* text = nullptr;
-            _exit(xlog_get_backtrace(&text, 0, nullptr) == 0 && std::strstr(text, "worksInAForkedChild") != nullptr
-                      ? 0
-                      : 1);
-        }
-        int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        ASSERT_EQ(status, 0) << "child " << i;
-    }
-    stop = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
-#endif
-
-/// A file in memory, filled anew for each case.
-class DamagedFile {
-public:
-    DamagedFile() : descriptor_(memfd_create("damaged", MFD_CLOEXEC)) {}
-    ~DamagedFile() { close(descriptor_); }
-    DamagedFile(DamagedFile const&) = delete;
-    DamagedFile& operator=(DamagedFile const&) = delete;
-
-    std::string path() const { return "/proc/self/fd/" + std::to_string(descriptor_); }
-    void fill(std::string const& bytes, std::size_t size) {
-        ASSERT_EQ(ftruncate(descriptor_, 0), 0);
-        ASSERT_EQ(pwrite(descriptor_, bytes.data(), size, 0), static_cast<ssize_t>(size));
-    }
-
-private:
-    int descriptor_;
-};
-
-class ElfFile : public testing::Test {
-protected:
-    ElfFile() {
-        std::ifstream input(FIRST_MODULE, std::ios::binary);
-        bytes_.assign(std::istreambuf_iterator<char>(input), {});
-        Module const module(FIRST_MODULE, "firstModuleCall");
-        Dl_info known = {};
-        dladdr(reinterpret_cast<void*>(module.call), &known);
-        function_ = addressOf(module) - reinterpret_cast<std::uintptr_t>(known.dli_fbase);
-    }
-
-    // All that a caller would do with a file; true when it came out whole.
-    bool walk(zelq::ElfSymbols& symbols, std::string const& path) const {
-        zelq::ElfFunction found;
-        bool named = false;
-        if (symbols.open(path.c_str())) {
-            named = symbols.find(function_, found) && std::strcmp(found.name, "firstModuleCall") == 0;
-            for (std::uintptr_t address : {std::uintptr_t{0}, function_, function_ - 1, ~std::uintptr_t{0}}) {
-                std::memset(found.name, 'x', sizeof found.name);
-                if (symbols.find(address, found)) {
-                    EXPECT_LT(strnlen(found.name, sizeof found.name), sizeof found.name);
-                }
-            }
-        }
-        // A loaded module is not to be damaged: its own bytes stay the measure for the file's.
-        symbols.isFileOf(bytes_.data(), reinterpret_cast<std::uintptr_t>(bytes_.data()));
-        return named;
-    }
-
-    std::string bytes_;
-    std::uintptr_t function_ = 0;
-    DamagedFile file_;
-    zelq::ElfSymbols symbols_;
-};
-
-TEST_F(ElfFile, truncatedAtEachPlace) {
-    ASSERT_GT(bytes_.size(), 4096U);
-    for (std::size_t size = 0; size < bytes_.size(); size += 64) {
-        file_.fill(bytes_, size);
-        EXPECT_FALSE(walk(symbols_, file_.path())) << size;  // the section table stands at the end
-    }
-    file_.fill(bytes_, bytes_.size());
-    EXPECT_TRUE(walk(symbols_, file_.path()));
-}
-
-TEST_F(ElfFile, truncatedWhileItIsOpen) {
-    zelq::ElfFunction found;
-    for (std::size_t size = 0; size < bytes_.size(); size += 64) {
-        file_.fill(bytes_, bytes_.size());
-        ASSERT_TRUE(symbols_.open(file_.path().c_str()));
-        ASSERT_TRUE(symbols_.find(function_, found));
-        file_.fill(bytes_, size);
-        EXPECT_TRUE(!symbols_.find(function_, found) || size > 64);
-    }
-}
-
-TEST_F(ElfFile, namesOnlyWhatAFunctionCovers) {
-    zelq::ElfFunction found;
-    ASSERT_TRUE(symbols_.open(FIRST_MODULE));
-    EXPECT_FALSE(symbols_.find(0, found));
-    EXPECT_FALSE(symbols_.find(~std::uintptr_t{0}, found));
-    EXPECT_TRUE(symbols_.find(function_ + 1, found));
-    EXPECT_EQ(found.start, function_);
-}
-
-TEST_F(ElfFile, everyFieldOfTheTablesDamaged) {
-    ElfW(Ehdr) header;
-    std::memcpy(&header, bytes_.data(), sizeof header);
-    auto const damage = [&](std::size_t place) {
-        for (int const byte : {0x00, 0x01, 0x7F, 0x80, 0xFF}) {
-            std::string damaged = bytes_;
-            damaged[place] = static_cast<char>(byte);
-            file_.fill(damaged, damaged.size());
-            walk(symbols_, file_.path());
-        }
-    };
-    for (std::size_t place = 0; place < sizeof header + header.e_phnum * sizeof(ElfW(Phdr)); ++place) {
-        damage(place);
-    }
-    for (std::size_t place = header.e_shoff; place < bytes_.size(); ++place) {
-        damage(place);
-    }
-}
-
-TEST_F(ElfFile, randomBytes) {
-    std::mt19937 random(20240229);  // the same bytes each time
-    for (int round = 0; round < 5000; ++round) {
-        std::string damaged = bytes_;
-        for (auto count = 1 + random() % 200; count != 0; --count) {
-            damaged[random() % damaged.size()] = static_cast<char>(random());
-        }
-        std::memcpy(&damaged[0], bytes_.data(), random() % 2 == 0 ? sizeof(ElfW(Ehdr)) : 0);
-        file_.fill(damaged, damaged.size());
-        walk(symbols_, file_.path());
-    }
-}
-
-TEST_F(ElfFile, belongsToOneModuleOnly) {
-    Module const module(FIRST_MODULE, "firstModuleCall");
-    Dl_info known = {};
-    ASSERT_NE(dladdr(reinterpret_cast<void*>(module.call), &known), 0);
-    auto const bias = reinterpret_cast<std::uintptr_t>(known.dli_fbase);
-    ASSERT_TRUE(symbols_.open(FIRST_MODULE));
-    EXPECT_TRUE(symbols_.isFileOf(known.dli_fbase, bias));
-    ASSERT_TRUE(symbols_.open(OTHER_MODULE));
-    EXPECT_FALSE(symbols_.isFileOf(known.dli_fbase, bias));
-}
-
-TEST_F(ElfFile, longNotesAreComparedInPart) {
-    ElfW(Ehdr) header;
-    ElfW(Phdr) segment;
-    std::memcpy(&header, bytes_.data(), sizeof header);
-    int notes = 0;
-    for (std::size_t i = 0; i < header.e_phnum; ++i) {
-        char* const place = &bytes_[header.e_phoff + i * sizeof segment];
-        std::memcpy(&segment, place, sizeof segment);
-        if (segment.p_type == PT_NOTE) {
-            ++notes;
-            segment.p_filesz = 8192;
-            std::memcpy(place, &segment, sizeof segment);
-        }
-    }
-    ASSERT_GT(notes, 0);
-    file_.fill(bytes_, bytes_.size());
-    ASSERT_TRUE(symbols_.open(file_.path().c_str()));
-    EXPECT_TRUE(symbols_.isFileOf(bytes_.data(), reinterpret_cast<std::uintptr_t>(bytes_.data())));
-}
-
-TEST_F(ElfFile, onlyRegularFilesAreRead) {
-    std::string const pipe = std::filesystem::current_path() / ("pipe-" + std::to_string(getpid()));
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    EXPECT_FALSE(symbols_.open(pipe.c_str()));
-    std::filesystem::remove(pipe);
-    EXPECT_FALSE(symbols_.open("/"));
-    EXPECT_FALSE(symbols_.open("/dev/zero"));
-    EXPECT_FALSE(symbols_.open("nothing.so"));
-    zelq::ElfFunction found;
-    EXPECT_FALSE(symbols_.find(function_, found));
-}
-
 }  // namespace
+}  // namespace backtracetest

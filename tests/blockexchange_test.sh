@@ -31,7 +31,6 @@ for sibling in $siblings; do
     "$other" write "$work/other"
     "$program" check "$work/other"
     "$other" check "$work/own"
-    cmp "$work/own" "$work/other"
     echo "exchanged blocks with $sibling"
     exit 0
 done

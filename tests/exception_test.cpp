@@ -4,7 +4,6 @@
 
 #include <exception>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <thread>
 
@@ -159,19 +158,6 @@ TEST(Exception, WritesAndRebuildsItsBlock) {
     EXPECT_EQ(reportedLines(), std::vector<std::string>{"XLIBEXCF: Invalid data type (got 32768, expecting 0x8001)"});
     EXPECT_STREQ(other.name(), "XException");
     EXPECT_EQ(other.locationCount(), 2ul);
-}
-
-TEST(Exception, CarriesAnyNumberOfLocations) {
-    XException exception("abc", ZoException::recoverable, 0);
-    for (unsigned long line = 1; line <= 9; ++line) {
-        exception.addLocation(ZoExceptionLocation("file", "function", line));
-    }
-    auto rebuilt = std::make_unique<XException>(Block(exception.asBinary()).get());
-    XException const copy(*rebuilt);
-    rebuilt.reset();
-    ASSERT_EQ(copy.locationCount(), 9ul);
-    EXPECT_STREQ(copy.locationAtIndex(8)->functionName(), "function");
-    EXPECT_EQ(copy.locationAtIndex(8)->lineNumber(), 9ul);
 }
 
 TEST(Exception, ReportsDamageInOneLine) {

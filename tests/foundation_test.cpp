@@ -70,6 +70,8 @@ TEST(ZoString, KeepsItsTextAcrossTheInlineLimit) {
         EXPECT_EQ(text(string), expected + std::string(length - length / 2, 'a'));
         ZoString moved(std::move(copy));
         EXPECT_EQ(text(moved), expected + "b");
+        moved = copy = string;
+        EXPECT_EQ(text(moved), text(string));
         moved = ZoString("short");
         EXPECT_TRUE(moved == "short");
         EXPECT_TRUE(moved != static_cast<char*>(string) || length == 0);

@@ -1,10 +1,8 @@
 // Store and ring under load: programs record and trace as fast as they can, and are killed one after
 // the other. SOAK_SECONDS makes it last, with one killed each second.
 
-#include <fcntl.h>
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <iostream>
 #include <thread>
 #include <unordered_map>

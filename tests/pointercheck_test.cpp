@@ -1,19 +1,15 @@
-#include <gtest/gtest.h>
-
-#include <sys/mman.h>
-#include <unistd.h>
-#include <cerrno>
+#include <sys/syscall.h>
 #include <climits>
 #include <cstdint>
 #include <cstdio>
-#include <string>
 
-#include "zelqplatform/pce_service.h"
+#include "trapfixture.h"
 
+namespace traptest {
 namespace {
 
 TEST(PointerCheck, TellsWhatCanBeRead) {
-    auto const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    std::size_t const page = pageSize;
     auto const map = [&](std::size_t pages, int protection, int flags, int file) {
         return static_cast<char*>(mmap(nullptr, pages * page, protection, flags, file, 0));
     };
@@ -54,18 +50,27 @@ TEST(PointerCheck, TellsWhatCanBeRead) {
         {"the last byte of all", top, 1, false},
         {"around the end of all", top, 2, false},
     };
-    for (auto const& check : cases) {
-        int code = -1;
-        errno = ENOTTY;
-        int const result = xpce_ckptr(check.address, check.length, &code);
-        EXPECT_EQ(ENOTTY, errno) << check.what;
-        EXPECT_EQ(check.isReadable, result == 0) << check.what;
-        EXPECT_EQ(result, code) << check.what;
-        EXPECT_EQ(result, xpce_ckptr(check.address, check.length, nullptr)) << check.what;
-    }
+    auto const checkAll = [&] {
+        for (auto const& check : cases) {
+            int code = -1;
+            errno = ENOTTY;
+            int const result = xpce_ckptr(check.address, check.length, &code);
+            EXPECT_EQ(ENOTTY, errno) << check.what;
+            EXPECT_EQ(check.isReadable, result == 0) << check.what;
+            EXPECT_EQ(result, code) << check.what;
+            EXPECT_EQ(result, xpce_ckptr(check.address, check.length, nullptr)) << check.what;
+        }
+    };
+    EXPECT_EQ(inChild([&] {
+                  forbid(SYS_rt_sigprocmask, ~0U, EINVAL);  // the quick way says yes to everything
+                  checkAll();
+              }),
+              ended(0, ""));
+    checkAll();
     munmap(two, 3 * page);
     munmap(mapped, 2 * page);
     std::fclose(file);
 }
 
 }  // namespace
+}  // namespace traptest

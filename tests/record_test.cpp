@@ -4,14 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "support/allocationtrial.h"
 #include "support/failingnew.h"
 #include "support/fakeservices.h"
-#include "support/hex.h"
 #include "zelqcood/log.h"
 
 namespace {
-
-char someBytes[] = "0123456789";
 
 // What the service saw, copied during the call since nothing of it outlives the call.
 struct Seen {
@@ -119,10 +117,15 @@ TEST(Record, GoesOutWithoutItsDataWhenMemoryRunsOut) {
     XLog log(1, 2, 3, "EV", XLog::error, "");
     log.addData(XLogData(someBytes, 10, 1));
     Block const before(log.asBinary());
-    Seen const seen = record(log, 0, 0, 2);  // the first is the line buffer of the scope
-    EXPECT_TRUE(seen.allocationFailed);
-    EXPECT_EQ(seen.record.user, 3);
-    EXPECT_EQ(seen.record.details, nullptr);
+    long const live = liveAllocations();
+    {
+        Seen const seen = record(log, 0, 0, 2);  // the first is the line buffer of the scope
+        EXPECT_TRUE(seen.allocationFailed);
+        EXPECT_EQ(seen.record.user, 3);
+        EXPECT_EQ(seen.record.details, nullptr);
+    }
+    EXPECT_EQ(liveAllocations(), live);
+    expectBalancedScopes();
     ASSERT_EQ(reportedLines().size(), 2u);
     EXPECT_EQ(reportedLines()[0], "XLIBLOGF: Error allocation error for detlog");
     EXPECT_EQ(toHex(Block(log.asBinary())), toHex(before));

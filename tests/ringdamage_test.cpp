@@ -5,58 +5,11 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <map>
 #include <random>
 #include <thread>
 
 namespace ringtest {
 namespace {
-
-TEST_F(Ring, LosesOnlyTheLinesOfKilledWriters) {
-    makeSmallRing();
-    RingReader fromFile, inMemory;
-    ASSERT_EQ(0, fromFile.open());
-    inMemory.attach(header(), slots(), smallRing);
-    std::size_t seen = 0;
-    inChild([] { writeChecked(91000, smallRing); });
-    for (unsigned round = 0; round < 15; ++round) {
-        std::vector<pid_t> children;
-        for (unsigned child = 0; child < 3; ++child) {
-            children.push_back(start([=] {
-                std::thread(writeChecked, 10 * round + 2 * child + 1, ~0U).detach();
-                writeChecked(10 * round + 2 * child, ~0U);
-            }));
-        }
-        for (unsigned look = 0; look < 20000; ++look) {
-            for (TraceEntry const& entry : newest(inMemory, 2)) {
-                checkLine(entry);  // where the writers are just now
-            }
-            if (look % 1000 != 0) {
-                continue;
-            }
-            for (RingReader* reader : {&fromFile, &inMemory}) {
-                std::map<unsigned, unsigned> next;
-                for (TraceEntry const& entry : newest(*reader, smallRing)) {
-                    Stamp const stamp = checkLine(entry);
-                    EXPECT_LE(next[stamp.writer], stamp.number);
-                    next[stamp.writer] = stamp.number + 1;
-                    ++seen;
-                }
-            }
-        }
-        for (pid_t const child : children) {
-            kill(child, SIGKILL);
-            EXPECT_EQ(SIGKILL, wait(child));
-        }
-    }
-    EXPECT_GT(seen, 1000U);
-    ASSERT_EQ(0, inChild([] { writeChecked(1000, smallRing); }));
-    Lines const lines = newest(fromFile, smallRing);
-    ASSERT_EQ(smallRing, lines.size()) << "a slot of a dead writer was not taken over";
-    for (unsigned i = 0; i < smallRing; ++i) {
-        EXPECT_EQ(checkedLine(1000, i), lines[i].line());
-    }
-}
 
 TEST_F(Ring, IsNeverReadWhileALineChanges) {
     makeSmallRing();
@@ -271,6 +224,20 @@ TEST_F(Ring, NeedsLittleMemoryWithoutAPlaceToWrite) {
                   fill();
               }));
     EXPECT_FALSE(std::filesystem::exists(ring_));
+}
+
+TEST_F(Ring, TracesNothingWithoutAnyMemory) {
+    EXPECT_EQ(0, inChild([&] {
+                  rlimit const none = {0, RLIM_INFINITY}, enough = {RLIM_INFINITY, RLIM_INFINITY};
+                  setrlimit(RLIMIT_AS, &none);
+                  xtr_trace("line");
+                  xtr_dump_bytes_cb(0, "line", "bytes", 5);
+                  char row[80];
+                  EXPECT_NE(0, xtr_fetch(row, 1, 80, nullptr, nullptr));
+                  setrlimit(RLIMIT_AS, &enough);
+                  xtr_trace("next");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
 }
 
 TEST_F(Ring, ReaderCountsWhatItMissedAndSurvivesACutFile) {

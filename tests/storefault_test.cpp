@@ -8,7 +8,6 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
-#include <unistd.h>
 #include <chrono>
 #include <csignal>
 #include <map>

@@ -105,6 +105,13 @@ TEST(TrapHandler, DestructorThrowsOnlyWhenItMay) {
     EXPECT_EQ(takeTrapCalls(), "setup(1) add remove unset ");
     EXPECT_NE(tracedText().find("XPCE___F: XException: Error in XTrapHandler::removeUserExit(src=9, crc=9 0x9)"),
               std::string::npos);
+    EXPECT_THROW(
+        {
+            XTrapHandler const handler(XTrapHandler::applicationProcess, someExit);
+            failAllocation(1);
+        },
+        std::bad_alloc);
+    failAllocation(0);
     scriptTrapService("", 0, 0);
 }
 

@@ -3,12 +3,15 @@
 
 #include <gtest/gtest.h>
 
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -127,6 +130,18 @@ inline void setAction(int signal, xpce_user_exit handler, int flags, void (*plai
     action.sa_flags = flags;
     sigaddset(&action.sa_mask, SIGUSR1);
     ASSERT_EQ(0, sigaction(signal, &action, nullptr));
+}
+
+// From here on the system call fails when its first argument is this one.
+inline void forbid(unsigned call, unsigned argument, unsigned failure) {
+    sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3),
+                          BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
+                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, argument, 0, 1),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | failure),
+                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
+    sock_fprog const program = {sizeof code / sizeof code[0], code};
+    ASSERT_EQ(0, prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) | prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program));
 }
 
 inline void storeAt(char* address) {

@@ -1,9 +1,6 @@
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <thread>
 #include <utility>
@@ -170,18 +167,6 @@ TEST(TrapSetup, TellsWhatWasWrong) {
     EXPECT_EQ(inChild(run), died(SIGSEGV, "ABCEFGHIJKLMNOP"));
 }
 
-// From here on the system call fails when its first argument is this one.
-void forbid(unsigned call, unsigned argument, unsigned failure) {
-    sock_filter code[] = {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 3),
-                          BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, args)),
-                          BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, argument, 0, 1),
-                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | failure),
-                          BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
-    sock_fprog const program = {sizeof code / sizeof code[0], code};
-    ASSERT_EQ(0, prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) | prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program));
-}
-
 TEST(TrapSetup, TellsWhatTheSystemRefused) {
     auto const noAction = [] {
         xpce_user_exit const before = actionOf(SIGSEGV).sa_sigaction;
@@ -222,6 +207,14 @@ TEST(TrapSetup, TellsThatThereIsNoAlternateStack) {
         expectUnset(XPCE_NOT_SET_UP, EPERM);
     };
     EXPECT_EQ(inChild(noStack), ended(0, ""));
+    auto const noMemory = [] {
+        rlimit const none = {0, RLIM_INFINITY}, enough = {RLIM_INFINITY, RLIM_INFINITY};
+        setrlimit(RLIMIT_AS, &none);
+        expectSetup(XPCE_NO_STACK, ENOMEM);
+        setrlimit(RLIMIT_AS, &enough);
+        expectSetup(XPCE_OK, 0);
+    };
+    EXPECT_EQ(inChild(noMemory), ended(0, ""));
     auto const noStackInThread = [] {
         std::thread([] {
             forbid(SYS_sigaltstack, 0, EACCES);

@@ -10,10 +10,10 @@
 #include <string>
 
 #include <gtest/gtest.h>
-#include <rapidjson/document.h>
 
 #include "blockcommand.h"
-#include "support/hex.h"
+#include "hextext.h"
+#include "support/jsonblocks.h"
 #include "zelqcood/exception.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -110,45 +110,6 @@ protected:
     std::string complaints_;
 };
 
-/// The bytes that an object of the JSON output stands for.
-std::string bytesOf(rapidjson::Value const& object) {
-    std::string bytes;
-    if (object.HasMember("size")) {
-        std::uint32_t const size = object["size"].GetUint();
-        auto const type = static_cast<std::uint16_t>(object["type"].GetUint());
-        auto const format = static_cast<std::uint16_t>(object["format"].GetUint());
-        bytes.append(reinterpret_cast<char const*>(&size), sizeof size);
-        bytes.append(reinterpret_cast<char const*>(&type), sizeof type);
-        bytes.append(reinterpret_cast<char const*>(&format), sizeof format);
-    }
-    if (object.HasMember("hex")) {
-        bytes += toText(fromHex(object["hex"].GetString()));
-    }
-    if (object.HasMember("children")) {
-        for (rapidjson::Value const& child : object["children"].GetArray()) {
-            bytes += bytesOf(child);
-        }
-    }
-    if (object.HasMember("rest")) {
-        bytes += toText(fromHex(object["rest"].GetString()));
-    }
-    return bytes;
-}
-
-/// The same of a whole output, a line for each object.
-std::string bytesOfLines(std::string const& lines) {
-    std::string bytes;
-    for (std::size_t at = 0; at < lines.size();) {
-        std::size_t const end = std::min(lines.find('\n', at), lines.size());
-        rapidjson::Document document;
-        document.Parse(lines.data() + at, end - at);
-        EXPECT_FALSE(document.HasParseError()) << lines;
-        bytes += document.HasParseError() ? "" : bytesOf(document);
-        at = end + 1;
-    }
-    return bytes;
-}
-
 /// Every kind of block inside each other, and another value in every field.
 std::string richBlock() {
     XEndMicrocodeLog log(0x22, 0x3344, 0x5566, -2, "EVENT", "two\nlines \x1b[31m",
@@ -170,90 +131,7 @@ std::string richBlock() {
 TEST_F(ViewerBlock, showsEveryFieldOfEveryClass) {
     zelq::BlockOptions options;
     options.offsets = true;
-    EXPECT_EQ(show(richBlock(), options), R"(0000  XException  type 0x8000, 544 bytes
-0008    XBaseException  type 0x8008, 536 bytes
-0010      baseBlock  type 0, 44 bytes
-0018        severity          0x00000001 (1, recoverable)
-001c        error code group  0x00000000 (0, none)
-0020        error id          0x12345678 (305419896)
-0024        name              XException
-0038        logged            0x00000005 (5, yes)
-003c      textBlock  type 1, 19 bytes
-0044        error text
-004f      locationBlock  type 2, 45 bytes
-0057        locFileBlock  type 3, 17 bytes
-005f          file.cpp
-0068        locFuncBlock  type 4, 8 bytes
-0070          (empty)
-0070        locLineBlock  type 5, 12 bytes
-0078          line  0x0000002a (42)
-007c      XEndMicrocodeLog  type 0x8004, 420 bytes
-0084        XMicrocodeLog  type 0x8003, 412 bytes
-008c          baseBlock  type 0, 18 bytes
-0094            error id      0x5566 (21862)
-0096            error reason  0xfffffffe (-2)
-009a            owned         0x00000003 (3, yes)
-009e          textBlock  type 1, 24 bytes
-00a6            two
-00aa            lines \x1b[31m
-00b6          backtraceBlock  type 2, 27 bytes
-00be            #0  main
-00c7            #1  start
-00d1          SecondaryRefcodeInfo  type 3, 24 bytes
-00d9            baseBlock  type 0, 16 bytes
-00e1              class         0x77 (119)
-00e2              type          0x88 (136)
-00e3              error id      0x99aa (39338)
-00e5              error reason  0x0bccddee (197975534)
-00e9          XLog  type 0x8002, 311 bytes
-00f1            baseBlock  type 0, 24 bytes
-00f9              class       0x0a (10)
-00fa              type        0x22 (34)
-00fb              user        0x3344 (13124)
-00fd              attributes  0x0000f200 (informational, standard_block,
-                              reboot_system, omit_thread_trace,
-                              omit_process_trace, omit_system_trace)
-0101              reserved 1  0x00000000 (0)
-0105              reserved 2  0x00000000 (0)
-0109            eventNameBlock  type 1, 14 bytes
-0111              EVENT
-0117            logIdBlock  type 3, 15 bytes
-011f              log id
-0126            XLogData  type 0x8005, 105 bytes
-012e              baseBlock  type 0, 10 bytes
-0136                block id  0x1234 (4660)
-0138              dataBlock  type 1, 87 bytes
-0140                00 01 62 79 74 65 73 20  |..bytes |
-0148                6f 66 20 61 6e 20 69 74  |of an it|
-0150                65 6d 20 ff ff ff ff ff  |em .....|
-0158                ff ff ff ff ff ff ff ff  |........|
-0160                ff ff ff ff ff ff ff ff  |........|
-0168                ff ff ff ff ff ff ff ff  |........|
-0170                ff ff ff ff ff ff ff ff  |........|
-0178                ff ff ff ff ff ff ff ff  |........|
-                    -- 15 more bytes, --full shows them --
-018f            XMicrocodeLogData  type 0x8006, 50 bytes
-0197              XLogData  type 0x8005, 42 bytes
-019f                baseBlock  type 0, 10 bytes
-01a7                  block id  0x0101 (257, text)
-01a9                dataBlock  type 1, 24 bytes
-01b1                  text of an item
-01c1            XLogData  type 0x8005, 95 bytes
-01c9              baseBlock  type 0, 10 bytes
-01d1                block id  0x00ed (237, thread trace)
-01d3              dataBlock  type 1, 77 bytes
-                    -- last 10 of 11 lines, --full shows all --
-01e1                row 2
-01e7                row 3
-01ed                row 4
-01f3                row 5
-01f9                row 6
-01ff                row 7
-0205                row 8
-020b                row 9
-0211                row 10
-0218                row 11
-)");
+    EXPECT_EQ(show(richBlock(), options), contents(EXPECTED_TREE));
     EXPECT_EQ(status_, 0);
     EXPECT_EQ(complaints_, "");
     EXPECT_EQ(show(toText(XTrapException("trap", 1).asBinary())).find("XTrapException  type 0x8001, "), 0U);
@@ -263,7 +141,7 @@ TEST_F(ViewerBlock, showsEveryFieldOfEveryClass) {
 TEST_F(ViewerBlock, losesNoByteOfDamagedBlocks) {
     std::string const good = richBlock();
     auto const expectWhole = [&](std::string const& input, std::string const& what) {
-        EXPECT_EQ(bytesOfLines(showJson(input)), input) << what;
+        EXPECT_EQ(bytesOfJsonLines(showJson(input)), input) << what;
         int const status = status_;
         zelq::BlockOptions raw;
         raw.raw = true;
@@ -285,6 +163,12 @@ TEST_F(ViewerBlock, losesNoByteOfDamagedBlocks) {
             expectWhole(damaged, std::to_string(wrong) + " at " + std::to_string(at));
         }
     }
+    std::string bytes(70000, 'x');
+    zelq::BlockOptions options;
+    options.offsets = true;
+    std::string const large = toText(XLogData(bytes.data(), bytes.size(), 1).asBinary());
+    expectWhole(large, "70000 bytes");
+    EXPECT_EQ(show(large, options).find("000000  XLogData"), 0U);
     expectWhole(good + good + "abc", "two blocks and 3 bytes");
     EXPECT_NE(complaints_.find("at 0x0440: 3 bytes where a block should begin"), std::string::npos) << complaints_;
 }
@@ -300,6 +184,9 @@ TEST_F(ViewerBlock, tellsWhatIsUnknownOrDamaged) {
          "  unknown  type 119, 11 bytes, format 2\n"
          "    aa bb cc                                          |...|\n"
          "  XLogData  type 0x8005, 18 bytes\n"},
+        {"..0580 0100 0A000000 0000 0100 EE00", 0, "    block id  0x00ee (238, process trace)\n"},
+        {"..0580 0100 0A000000 0000 0100 EF00", 0, "    block id  0x00ef (239, system trace)\n"},
+        {"..0580 0100 0A000000 0000 0100 F000", 0, "    block id  0x00f0 (240, error id and reason)\n"},
         {"09000000 0190 0100 AA", 0, "unknown  type 0x9001, 9 bytes\n  aa "},
         {item + item, 0, "block id  0x0007 (7)\n\n-- block 2 --\nXLogData "},
         {"..0580 0100 08000000 0280 0100", 0, "  XLog  type 0x8002, 8 bytes, not read in this place\n"},
@@ -327,7 +214,7 @@ TEST_F(ViewerBlock, tellsWhatIsUnknownOrDamaged) {
         std::string const tree = show(block);
         EXPECT_NE(tree.find(c.shown), std::string::npos) << tree << "instead of\n" << c.shown;
         EXPECT_EQ(status_, c.status) << tree << complaints_;
-        EXPECT_EQ(bytesOfLines(showJson(block)), block) << tree;
+        EXPECT_EQ(bytesOfJsonLines(showJson(block)), block) << tree;
     }
 }
 
@@ -342,7 +229,7 @@ TEST_F(ViewerBlock, depthIsBounded) {
               std::string::npos)
         << tree;
     EXPECT_EQ(status_, 3);
-    EXPECT_EQ(bytesOfLines(showJson(block)), block);
+    EXPECT_EQ(bytesOfJsonLines(showJson(block)), block);
 }
 
 TEST_F(ViewerBlock, readsHexDumps) {
@@ -357,8 +244,8 @@ TEST_F(ViewerBlock, readsHexDumps) {
     options.raw = false;
     std::ofstream(root_ / "block", std::ios::binary) << block;
     std::string const words = toHex(reinterpret_cast<unsigned char const*>(block.data()), block.size());
-    for (std::string const dump : {"xxd", "xxd -p", "xxd -g1 -c40 -u", "xxd -i <", "hexdump -C", "od -A x -t x1z",
-                                   "xxd -s 0 | sed 's/^/12:00:01.5 1-1 MYPROG D: a: /'"}) {
+    for (std::string const dump : {"xxd", "xxd | sed G", "xxd -p", "xxd -g1 -c40 -u", "xxd -i <", "hexdump -C",
+                                   "od -A x -t x1z", "xxd -s 0 | sed 's/^/12:00:01.5 1-1 MYPROG D: a: /'"}) {
         std::size_t const bar = std::min(dump.find(" | "), dump.size());
         std::string const file = " '" + (root_ / "block").string() + "' ";
         std::string const to = " >'" + (root_ / "dump").string() + "'";
@@ -374,6 +261,8 @@ TEST_F(ViewerBlock, readsHexDumps) {
         {"1a000000\n058 001", "line 2: '058' where"},
         {"0000: 1a00  x\n0003: 00", "line 2: offset 0x3 where 0x2 should be"},
         {"0010: 1a00\nmore", "line 2: 'more' where"},
+        {"0010: 1a00\n0012: zz", "line 2: 'zz' where"},
+        {"0000  1a 00 |\nmore", "line 2: 'more' where"},
         {"0000  1a 00 |\n*", "line 2: no offset behind the '*'"},
         {"0000  1a 00 |\n*\nffffffffff", "line 3: offset 0xffffffffff is too large"},
     };
@@ -382,6 +271,8 @@ TEST_F(ViewerBlock, readsHexDumps) {
         EXPECT_NE(complaints_.find(c.complaint), std::string::npos) << complaints_;
         EXPECT_EQ(status_, 3) << c.text;
     }
+    std::string bytes;
+    EXPECT_EQ(zelq::parseHexText("1a00 " + std::string(3000, ' ') + "\n05", 2, &bytes), "line 2: more than 2 bytes");
 }
 
 TEST_F(ViewerBlock, commandLine) {
@@ -404,7 +295,7 @@ TEST_F(ViewerBlock, commandLine) {
         EXPECT_EQ(contents(root_ / "out"), tree) << arguments;
     }
     EXPECT_EQ(run("-o json --raw block"), 0);
-    EXPECT_EQ(bytesOfLines(contents(root_ / "out")), richBlock());
+    EXPECT_EQ(bytesOfJsonLines(contents(root_ / "out")), richBlock());
     EXPECT_EQ(run("--raw text"), 3);
     EXPECT_NE(contents(root_ / "err").find("5 bytes where"), std::string::npos);
     EXPECT_EQ(run("--hex block"), 3);

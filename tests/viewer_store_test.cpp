@@ -1,16 +1,11 @@
 // The viewer's commands for the store: filters, formats, follow, stats, verify and prune.
 
-#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/resource.h>
-#include <csignal>
-#include <cstring>
 #include <ctime>
 #include <map>
 #include <regex>
 #include <sstream>
-#include <utility>
-#include <vector>
 
 #include "viewerfixture.h"
 #include "zelqplatform/errorlog_service.h"
@@ -18,21 +13,6 @@
 namespace {
 
 std::string const info = R"(,"severity":"informational")";
-
-/// Ends a process at the end of the test.
-class Process {
-public:
-    explicit Process(pid_t id) : id_(id) {}
-    Process(Process const&) = delete;
-    Process& operator=(Process const&) = delete;
-    ~Process() {
-        kill(id_, SIGKILL);
-        waitpid(id_, nullptr, 0);
-    }
-
-private:
-    pid_t id_;
-};
 
 class ViewerStoreTest : public ViewerTest {
 protected:
@@ -134,14 +114,7 @@ TEST_F(ViewerStoreTest, followsFromFileToFile) {
     write(store(), numbered(1) + numbered(2));
     fs::path const out = root_ / "followed";
     fs::path const err = root_ / "complaints";
-    pid_t const child = fork();
-    if (child == 0) {
-        dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDOUT_FILENO);
-        dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
-        execl(ZELQ_PROGRAM, "zelq", "log", "-f", "-n", "1", "-o", "json", "--event", "[0-9]*", nullptr);
-        _exit(127);
-    }
-    Process const viewer(child);
+    ViewerBeside const viewer(out, err, {"log", "-f", "-n", "1", "-o", "json", "--event", "[0-9]*"});
     std::string expected = numbered(2);
     ASSERT_TRUE(becomes(out, expected));
     // A record that comes in two pieces, beside one that does not match.
@@ -212,6 +185,8 @@ TEST_F(ViewerStoreTest, stats) {
         write(store(2), line("aa", std::to_string(i)));
     }
     expect("log stats | grep others", 0, "(others)                 102 #####");
+    expect("log stats -o json", 0, R"(],"other_events":102,)");
+    expect("log stats --event NONE", 1, "", "no records match in '");
 }
 
 TEST_F(ViewerStoreTest, verifyNamesEachDamagedLine) {

@@ -1,43 +1,27 @@
 // The viewer, run as a program: what it prints, where, and with which exit status.
 
-#include <fcntl.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <csignal>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <regex>
-#include <string>
 #include <utility>
-#include <vector>
 
+#include "storefixture.h"
 #include "viewerfixture.h"
-#include "zelqplatform/errorlog_service.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
 
-/// Items of a record: id and bytes.
-using Items = std::vector<std::pair<int, std::string>>;
+using Items = std::vector<storetest::Item>;
 
 std::string const zero(1, '\0');
 
 /// Records a log through the service, as programs do.
 void record(Items const& items, unsigned char logClass = 10) {
-    xlog_record_interface log = {XLOG_ERROR | XLOG_MODIFY_BLOCK | 0x0004, logClass, 0x42, 1, {}, "EVENT", {}, {}};
-    std::strcpy(log.logId, "id \x1b[31m \xFF");
-    std::vector<xlog_detail_entry> entries(items.size());
-    for (std::size_t i = items.size(); i-- > 0; log.details = &entries[i]) {
-        entries[i].size = static_cast<std::uint32_t>(items[i].second.size());
-        entries[i].id = static_cast<std::uint8_t>(items[i].first);
-        entries[i].data = items[i].second.data();
-        entries[i].next = log.details;
-    }
-    ASSERT_EQ(xlog_record(&log, nullptr), XLOG_OK);
+    storetest::TestRecord log(items, "EVENT", "id \x1b[31m \xFF");
+    log->attributes = XLOG_ERROR | XLOG_MODIFY_BLOCK | 0x0004;
+    log->logClass = logClass;
+    log->logType = 0x42;
+    log->user = 1;
+    ASSERT_EQ(log.store(), "0 0");
 }
 
 /// Rows `from` to 12 of a trace, each between two texts.
@@ -79,7 +63,7 @@ TEST_F(ViewerTest, since) {
     // The age of the oldest record that is shown, in minutes.
     for (std::string const row :
          {"576000 2001-02-03", "576000 2001-02-03 10:00", "576000 2001-02-03T10:00:01.5Z", "576000 @5",
-          "90 2 hours ago", "90 1h 40min ago", "90 -300d", "5 -10min", "5 10 min ago", "5 1.4 hours ago"}) {
+          "90 2 hours ago", "90 1h 40min ago", "90 -300d", "5 -10min", "5 10 min ago ", "5 1.4 hours ago"}) {
         std::size_t const space = row.find(' ');
         expect("log --since '" + row.substr(space + 1) + "' | sed -n 2p", 0, " " + row.substr(0, space) + " ");
     }
@@ -121,7 +105,7 @@ TEST_F(ViewerTest, microcodeLogsReadFromCauseToTrace) {
         std::string const out = zelq("log show " + option + " | sed -n '/^refcode/p; 1,/^attributes/!p'");
         return std::regex_replace(out, std::regex("\n(    |(?=\n))"), "|");
     };
-    std::pair<int, std::string> const code = {240, {"\x22\0\6\0\0\0", 6}};
+    storetest::Item const code = {240, {"\x22\0\6\0\0\0", 6}};
     std::string const ref = "refcode     A0420022 00000006\n";
     std::string const codes = "Secondary Reference Codes:\n\nA0410011 00000000\n0BDFABCD FFFFFFFF" + zero;
     std::string const shownCodes = "|A0410011 00000000|0BDFABCD FFFFFFFF\n";
@@ -186,6 +170,10 @@ TEST_F(ViewerTest, microcodeLogsReadFromCauseToTrace) {
 TEST_F(ViewerTest, badLinesAreToldAndTheRestIsShown) {
     std::string const good = line("aa00000000000001", "GOOD");
     std::string const begin = R"({"id":"ab","time":"2026-11-01T00:00:00Z",)";
+    std::string flags;
+    for (int i = 0; i < 100; ++i) {
+        flags += R"("",)";
+    }
     for (std::string const& row : std::vector<std::string>{
              "garbage => invalid value, at byte 1", "{\"a\":" + std::string(3000000, '[') + " => nested too deeply",
              "{\"id\":\"a\xFF\"} => invalid encoding in string", "{}" + zero + "{} => zero byte, at byte 3",
@@ -194,6 +182,7 @@ TEST_F(ViewerTest, badLinesAreToldAndTheRestIsShown) {
              R"({"id":"ab","time":"2026-13-01T00:00:00Z"} => field 'time' is not a time)",
              begin + R"("pid":"x"} => field 'pid' is not a number)",
              begin + R"("items":[7]} => field 'items' holds something)",
+             begin + R"("flags":[)" + flags + R"(""]} => field 'flags' holds too many)",
              begin + R"("items":[{"size":2}]} => field 'items' has an item without data)",
              begin + R"("items":[{"size":3,"text":"x"}]} => field 'size' differs)",
              begin + R"("items":[{"size":3,"base64":"AAA"}]} => field 'base64' is not base64)",
@@ -203,6 +192,10 @@ TEST_F(ViewerTest, badLinesAreToldAndTheRestIsShown) {
         write(store(), good + row.substr(0, arrow) + "\n" + good);
         expect("log -o json", 3, good + good, "zelq: bad line 2 in errors.jsonl: " + row.substr(arrow + 4));
     }
+    fs::remove(store());  // what a later version adds is no damage
+    write(store(),
+          line("ab", "NEW", R"(,"new":{"a":[null,true,-1,2.5]},"items":[{"id":1,"size":1,"text":"x","b":[]}])"));
+    expect("log show", 0, "text\n    x\n");
     fs::remove(store());
     write(store(1), "bad\n\n" + good + "bad\n");  // an empty line is no record, and nothing is lost with it
     write(store(), "bad\n\n" + good + good.substr(0, 40));
@@ -239,6 +232,8 @@ TEST_F(ViewerTest, controlCharactersDoNotReachTheTerminal) {
 
 TEST_F(ViewerTest, exitStatusAndComplaints) {
     expect("", 1, "", "zelq: no records yet: there is no store in '" + folder_.string() + "'\n");
+    expect("log stats", 1, "", "zelq: no records yet");
+    expect("log prune --keep-days 1", 0, "", "zelq: no records yet");
     expect("trace", 1, "", "zelq: no trace yet");
     fs::remove_all(folder_);
     expect("log show", 1, "", "zelq: no records yet");
@@ -246,16 +241,48 @@ TEST_F(ViewerTest, exitStatusAndComplaints) {
     write(store(), "");
     expect("", 1, "", "zelq: no records in '" + folder_.string() + "'\n");
 
+    fs::create_symlink(folder_, root_ / "link");
+    mkdir((root_ / "open").c_str(), 0700);
+    chmod((root_ / "open").c_str(), 0777);
+    std::string const unusable[][2] = {
+        {root_ / "link", "': it is a link or no folder\n"},
+        {root_ / "open", "': it belongs to another user, or others may write into it\n"},
+        {"/" + std::string(600, 'x'), "': its path is too long\n"},
+    };
+    for (auto const& [folder, reason] : unusable) {
+        setenv("ZELQ_DIR", folder.c_str(), 1);
+        for (char const* const arguments : {"log", "trace", "log prune --keep-days 1"}) {
+            expect(arguments, 4, "", reason);
+        }
+    }
+    setenv("ZELQ_DIR", folder_.c_str(), 1);
     write(store(), line("abc0000000000001", "ONE") + line("abd0000000000002", "TWO"));
     expect("log show", 0, "id          abd0000000000002\n");
     expect("log show ABC", 0, "id          abc0000000000001\n");
     expect("log show ab", 2, "",
            "ambiguous, it begins the ids of 2 records:\nzelq:   abc0000000000001  2026-11-22 10:00:00Z  ONE\n");
     expect("log show abe", 1, "", "zelq: no record with id 'abe'\n");
-    for (char const* const arguments :
-         {"nonsense", "log --nonsense", "log -n x", "log -n -1", "log -o xml", "log --since 2026-02-30",
-          "log --since 'next week'", "log --since 24:00", "log show xyz", "log show a b", "log -n 1 show",
-          "trace --pid x", "--color sometimes", "log list show"}) {
+    for (char const* const arguments : {"nonsense",
+                                        "log --nonsense",
+                                        "log -n x",
+                                        "log -n -1",
+                                        "log -o xml",
+                                        "log --since 2026-02-30",
+                                        "log --since 'next week'",
+                                        "log --since 24:00",
+                                        "log --since 10:00:",
+                                        "log --since 10:00:00.",
+                                        "log --since ' '",
+                                        "log --since 2026-11-22x10:00",
+                                        "log --since -min",
+                                        "log --since '5 parsecs ago'",
+                                        "log --since 'x ago'",
+                                        "log show xyz",
+                                        "log show a b",
+                                        "log -n 1 show",
+                                        "trace --pid x",
+                                        "--color sometimes",
+                                        "log list show"}) {
         expect(arguments, 2, "", "zelq: ");
     }
     for (char const* const arguments : {"--help", "log --help", "log list --help", "log show -h", "trace --help"}) {
@@ -315,6 +342,39 @@ TEST_F(ViewerTest, trace) {
     fs::remove(folder_ / "ring");
     write(folder_ / "ring", "no ring");
     expect("trace", 3, "", "zelq: bad trace ring");
+}
+
+TEST_F(ViewerTest, traceFollowsFromRingToRing) {
+    setenv("ZELQ_RING_SIZE", "64K", 1);
+    fs::path const out = root_ / "followed";
+    fs::path const err = root_ / "complaints";
+    auto const trace = [](std::string const& text, int lines) {
+        pid_t const writer = fork();
+        for (int i = 0; writer == 0; ++i) {
+            i < lines ? xtr_trace(text.c_str()) : (_exit(0), 0);
+        }
+        waitpid(writer, nullptr, 0);
+    };
+    auto const comes = [](fs::path const& path, std::string const& text) {
+        for (int i = 0; i < 1000 && !has(contents(path), text); ++i) {
+            usleep(10000);
+        }
+        return has(contents(path), text);
+    };
+    ViewerBeside const viewer(out, err, {"trace", "-f"});
+    ASSERT_TRUE(comes(err, "zelq: no trace yet"));
+    trace("first", 1);
+    ASSERT_TRUE(comes(out, "  first\n"));
+    trace("second", 300);  // in more pieces than one
+    ASSERT_TRUE(comes(out, "  second\n"));
+    viewer.signal(SIGSTOP);
+    trace("third", 300);
+    viewer.signal(SIGCONT);
+    EXPECT_TRUE(comes(err, " lines overrun before they could be read\n"));
+    fs::remove(folder_ / "ring");
+    trace("fourth", 1);
+    EXPECT_TRUE(comes(out, "  fourth\n"));
+    unsetenv("ZELQ_RING_SIZE");
 }
 
 }  // namespace

@@ -1,13 +1,16 @@
 #ifndef VIEWERFIXTURE_H
 #define VIEWERFIXTURE_H
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -26,6 +29,31 @@ inline std::string line(std::string const& id, std::string const& event, std::st
            R"(","program":"demo","pid":7,"tid":8,"class":10,"type":2,"user":4660,"severity":"error","event":")" +
            event + "\"" + more + "}\n";
 }
+
+/// The viewer at work beside a test, until the end of the object.
+class ViewerBeside {
+public:
+    ViewerBeside(fs::path const& out, fs::path const& err, std::vector<char const*> arguments) : id_(fork()) {
+        if (id_ == 0) {
+            dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDOUT_FILENO);
+            dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0600), STDERR_FILENO);
+            arguments.insert(arguments.begin(), "zelq");
+            arguments.push_back(nullptr);
+            execv(ZELQ_PROGRAM, const_cast<char**>(arguments.data()));
+            _exit(127);
+        }
+    }
+    ViewerBeside(ViewerBeside const&) = delete;
+    ViewerBeside& operator=(ViewerBeside const&) = delete;
+    ~ViewerBeside() {
+        signal(SIGTERM);
+        waitpid(id_, nullptr, 0);
+    }
+    void signal(int number) const { kill(id_, number); }
+
+private:
+    pid_t id_;
+};
 
 /// A state folder of its own, and the viewer as a program that looks at it.
 class ViewerTest : public testing::Test {

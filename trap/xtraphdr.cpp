@@ -56,11 +56,7 @@ const Failure failures[] = {
         XEndMicrocodeLog log(trapLogType, failure.user, failure.errorId, crc, "PCERROR", nullptr, *failure.attributes,
                              1, nullptr);
         log.setOwned(failure.owned);
-        if (exception.logInfo() != nullptr) {
-            *exception.logInfo() += log;
-        } else {
-            exception.setLogInfo(&log);
-        }
+        exception.setLogInfo(&log);
     }
     exception.asTrace(_traceMask, 'F');
     throw XException(exception);

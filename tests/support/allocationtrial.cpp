@@ -1,21 +1,11 @@
 #include "support/allocationtrial.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 
 #include <gtest/gtest.h>
 
 #include "support/failingnew.h"
 #include "support/fakeservices.h"
-
-#ifndef __SANITIZE_ADDRESS__  // which has a malloc() of its own
-// The copies of location names come from here.
-extern "C" void* malloc(std::size_t size) {
-    static auto* const next = reinterpret_cast<void* (*)(std::size_t)>(dlsym(RTLD_NEXT, "malloc"));
-    return allocationFails() ? nullptr : next(size);
-}
-#endif
 
 std::set<std::string>& triedFunctions() {
     static std::set<std::string> names;

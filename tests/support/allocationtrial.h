@@ -29,6 +29,11 @@ inline std::string nothingToLookAt() {
 void failEach(Names const& names, std::function<void()> const& operation,
               std::function<std::string()> const& unchanged = nothingToLookAt, Destroys destroys = Destroys::nothing);
 
+/// The same for several functions that work on one thing.
+inline auto failEachOn(std::function<std::string()> const& unchanged) {
+    return [=](char const* name, std::function<void()> const& operation) { failEach({name}, operation, unchanged); };
+}
+
 /// The same for the making of an object, which is kept meanwhile: its destruction would hide a failure.
 template <class Object, class... Arguments>
 void failEachMaking(Names const& names, Arguments const&... arguments) {

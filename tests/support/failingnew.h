@@ -16,6 +16,9 @@ bool hasFailed();
 /// Allocations of this program that are not freed yet.
 long liveAllocations();
 
+/// The same of malloc() and its kin, and of this thread alone; in programs that failingmalloc.cpp is part of.
+long liveMallocs();
+
 /// Within its life, allocations of this thread neither count down nor fail.
 class NoFailingNew {
 public:

@@ -4,7 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <algorithm>
 #include <stdexcept>
 
 #include "support/hex.h"
@@ -23,7 +23,7 @@ public:
         auto* const start = static_cast<unsigned char*>(memory_);
         mprotect(start + readable, page, PROT_NONE);
         block_ = start + readable - bytes.size();
-        std::memcpy(block_, bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), block_);
     }
     ~GuardedBlock() { munmap(memory_, length_); }
     GuardedBlock(GuardedBlock const&) = delete;
