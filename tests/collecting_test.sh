@@ -50,14 +50,18 @@ stop() {
 
 record() { "$build/tests/recordwriter" "$@"; }
 
-# Waits until every line that was recorded has arrived, then looks at what arrived: nothing but those.
+# Waits until every line that was recorded has arrived, or nothing more arrives for half a minute; then looks
+# at what arrived: nothing but those.
 expect_all() {
     cat "$work"/store/errors.jsonl* | sort >"$work/sent"
-    deadline=$(($(date +%s) + 30))
-    while [ "$(date +%s)" -lt "$deadline" ]; do
+    waits=0 last=
+    while [ "$waits" -lt 150 ]; do
         grep . "$work/collected/errors.jsonl" 2>/dev/null | sort >"$work/received" || true
         uniq "$work/received" >"$work/distinct"
         ! cmp -s "$work/sent" "$work/distinct" || break
+        arrived=$(wc -c <"$work/received")
+        [ "$arrived" = "$last" ] || waits=0
+        last=$arrived waits=$((waits + 1))
         sleep 0.2
     done
     echo "$1: $(wc -l <"$work/sent") records in $(ls "$work"/store/errors.jsonl* | wc -l) files," \
