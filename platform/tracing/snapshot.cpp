@@ -71,8 +71,8 @@ char* putDigits(char* to, unsigned value, int digits, char separator) {
     return to + digits + 1;
 }
 
-char* putTime(char* to, std::int64_t timeNs) {
-    std::uint64_t const milliseconds = static_cast<std::uint64_t>(timeNs) / 1000000;
+char* putTime(char* to, std::uint64_t timeNs) {
+    std::uint64_t const milliseconds = timeNs / 1000000;
     auto const ofDay = static_cast<unsigned>(milliseconds % 86400000);
     to = putDigits(to, ofDay / 3600000, 2, ':');
     to = putDigits(to, ofDay / 60000 % 60, 2, ':');
@@ -104,16 +104,16 @@ public:
 private:
     // Most rows begin like the one before.
     void makeHead(TraceEntry const& entry, Origin origin) {
-        constexpr std::int64_t millisecond = 1000000;
-        if (entry.timeNs >= headBeginNs_ && entry.timeNs < headEndNs_ && entry.pid == headPid_ &&
-            entry.tid == headTid_) {
+        constexpr std::uint64_t millisecond = 1000000;
+        auto const timeNs = static_cast<std::uint64_t>(entry.timeNs);  // any number, in a damaged ring
+        if (timeNs >= headBeginNs_ && timeNs < headEndNs_ && entry.pid == headPid_ && entry.tid == headTid_) {
             return;
         }
-        headBeginNs_ = entry.timeNs - entry.timeNs % millisecond;
+        headBeginNs_ = timeNs - timeNs % millisecond;
         headEndNs_ = headBeginNs_ + millisecond;
         headPid_ = entry.pid;
         headTid_ = entry.tid;
-        char* end = putTime(head_, entry.timeNs);
+        char* end = putTime(head_, timeNs);
         if (origin == Origin::processAndThread) {
             end = putNumber(end, entry.pid, '/');
         }
@@ -157,8 +157,8 @@ private:
 
     char head_[headSize];
     std::size_t headLength_ = 0;
-    std::int64_t headBeginNs_ = 0;  // for times from here
-    std::int64_t headEndNs_ = 0;    // up to here
+    std::uint64_t headBeginNs_ = 0;  // for times from here
+    std::uint64_t headEndNs_ = 0;    // up to here
     std::uint32_t headPid_ = 0;
     std::uint32_t headTid_ = 0;
 };
