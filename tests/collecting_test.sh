@@ -22,11 +22,11 @@ fail() {
 
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
 for side in sender receiver; do
-    # The files as they stand, but for places, port, patience and a short queue; read after other modules, as from
-    # a distribution's own configuration.
+    # The files as they stand, but for places, port and patience; read after other modules, as from a
+    # distribution's own configuration.
     sed -e "s#/var/log/zelq-collected/#$work/collected/#; s#/var/log/zelq/#$work/store/#" \
         -e "s#collector.example#127.0.0.1#; s#\"2514\"#\"$port\"#" \
-        -e 's#\(resumeInterval[A-Za-z]*\)="[0-9]*"#\1="1"#g; s#"10000"#"20"#' "$source/examples/collecting/$side.conf" >"$work/$side/zelq.conf"
+        -e 's#\(resumeInterval[A-Za-z]*\)="[0-9]*"#\1="1"#g' "$source/examples/collecting/$side.conf" >"$work/$side/zelq.conf"
     cat >"$work/$side/rsyslog.conf" <<END
 module(load="imuxsock" SysSock.Use="off")
 global(workDirectory="$work/$side")
