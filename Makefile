@@ -54,14 +54,15 @@ test-instructions:
 	bench/instructions.py $(if $(RENEW),--renew) build/release
 
 # What several threads of one process do at once. Tests of signals and of failing allocations bring
-# what ThreadSanitizer brings too, and most of the ring's writers are processes.
+# what ThreadSanitizer brings too, and most of the ring's writers are processes. Its history must reach back
+# to the stack of a read, or the suppression of that read is not found.
 tsan_programs := store_test trace_ring_test load_test trapservice_test
 tsan_tests := ^(store_test|load_test)|Ring.(Keeps|Knows|CanBe)|ThreadsMayCall
 test-tsan:
 	@cmake/install-packages $(test_packages)
 	cmake --preset tsan
 	cmake --build --preset tsan --target $(tsan_programs)
-	TSAN_OPTIONS="halt_on_error=1 suppressions=$(CURDIR)/tests/tsan.supp" \
+	TSAN_OPTIONS="halt_on_error=1 history_size=7 suppressions=$(CURDIR)/tests/tsan.supp" \
 	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
 
 # clang-tidy by .clang-tidy (its version knows no __constinit), and cppcheck less cmake/cppcheck.txt.

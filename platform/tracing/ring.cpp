@@ -141,7 +141,7 @@ __attribute__((noinline)) bool takeAnotherSlot(ProcessRing& ring, std::uint64_t*
 // pieces, and the processor is slow to give them back joined as the C library's functions for length and
 // copy want them. So both are done in one walk, where nothing but the line's own memory is touched: an
 // aligned chunk that holds a byte of the line lies on a page of it.
-__attribute__((no_sanitize("address"))) inline std::size_t copyLine(char* to, char const* line) {
+__attribute__((no_sanitize("address", "thread"))) inline std::size_t copyLine(char* to, char const* line) {
     constexpr std::size_t chunkSize = sizeof(__m128i);
     alignas(chunkSize) static constexpr unsigned char masks[2 * chunkSize] = {255, 255, 255, 255, 255, 255, 255, 255,
                                                                               255, 255, 255, 255, 255, 255, 255, 255};
