@@ -8,6 +8,7 @@
 #include "blockjson.h"
 #include "blockprinter.h"
 #include "blockwalk.h"
+#include "common/uninterrupted.h"
 #include "hextext.h"
 
 namespace zelq {
@@ -22,9 +23,7 @@ bool readInput(std::string const& file, std::string const& name, std::string* in
     ssize_t count = descriptor < 0 ? -1 : 1;
     while (count > 0 && input->size() <= inputMax) {
         char buffer[64 * 1024];
-        do {
-            count = read(descriptor, buffer, sizeof buffer);
-        } while (count < 0 && errno == EINTR);
+        count = uninterrupted([&] { return read(descriptor, buffer, sizeof buffer); });
         input->append(buffer, count > 0 ? static_cast<std::size_t>(count) : 0);
     }
     if (count < 0) {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "common/uninterrupted.h"
 #include "progress.h"
 
 namespace zelq {
@@ -18,11 +19,12 @@ constexpr std::size_t stepSizeMax = 8 * stepSize;
 ssize_t readFully(int file, char* to, std::size_t size, off_t offset) {
     std::size_t done = 0;
     while (done < size) {
-        ssize_t const count = pread(file, to + done, size - done, offset + static_cast<off_t>(done));
-        if (count == 0 || (count < 0 && errno != EINTR)) {
+        ssize_t const count =
+            uninterrupted([&] { return pread(file, to + done, size - done, offset + static_cast<off_t>(done)); });
+        if (count <= 0) {
             return count < 0 ? -1 : static_cast<ssize_t>(done);
         }
-        done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+        done += static_cast<std::size_t>(count);
     }
     return static_cast<ssize_t>(done);
 }

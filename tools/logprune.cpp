@@ -16,6 +16,7 @@
 #include <cstring>
 
 #include "common/statefolder.h"
+#include "common/uninterrupted.h"
 #include "folderreport.h"
 #include "logcommands.h"
 #include "progress.h"
@@ -144,11 +145,12 @@ public:
                 fail("read '" + from.name() + "'", EIO);
             }
             for (std::size_t done = 0; done < piece.size();) {
-                ssize_t const count = write(file_.get(), piece.data() + done, piece.size() - done);
-                if (count < 0 && errno != EINTR) {
+                ssize_t const count =
+                    uninterrupted([&] { return write(file_.get(), piece.data() + done, piece.size() - done); });
+                if (count < 0) {
                     fail("write '" + std::string(newName) + "'");
                 }
-                done += static_cast<std::size_t>(std::max<ssize_t>(count, 0));
+                done += static_cast<std::size_t>(count);
             }
         }
         if (fsync(file_.get()) != 0) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/uninterrupted.h"
 #include "services/textencoding.h"
 #include "terminal.h"
 
@@ -91,10 +92,11 @@ bool Output::flush() {
     std::size_t done = 0;
     int const file = pager_.isRunning() ? pager_.input() : STDOUT_FILENO;
     while (failure_ == 0 && done < pending_.size()) {
-        ssize_t const written = write(file, pending_.data() + done, pending_.size() - done);
+        ssize_t const written =
+            uninterrupted([&] { return write(file, pending_.data() + done, pending_.size() - done); });
         if (written >= 0) {
             done += static_cast<std::size_t>(written);
-        } else if (errno != EINTR) {
+        } else {
             failure_ = errno;
         }
     }

@@ -3,11 +3,11 @@
 #include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 
+#include "common/uninterrupted.h"
 #include "terminal.h"
 
 namespace zelq {
@@ -70,8 +70,7 @@ bool Pager::finish() {
     }
     input_.reset(-1);
     int status = 0;
-    while (waitpid(process_, &status, 0) < 0 && errno == EINTR) {
-    }
+    uninterrupted([&] { return waitpid(process_, &status, 0); });
     process_ = 0;
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGQUIT, SIG_DFL);

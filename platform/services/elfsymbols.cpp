@@ -5,9 +5,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <iterator>
+
+#include "common/uninterrupted.h"
 
 namespace zelq {
 namespace {
@@ -144,10 +145,7 @@ bool ElfSymbols::read(std::uint64_t offset, void* target, std::size_t size) cons
     }
     auto* next = static_cast<char*>(target);
     while (size != 0) {
-        ssize_t const count = pread(descriptor_, next, size, static_cast<off_t>(offset));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
+        ssize_t const count = uninterrupted([&] { return pread(descriptor_, next, size, static_cast<off_t>(offset)); });
         if (count <= 0) {
             return false;  // 0: the file has become shorter
         }
