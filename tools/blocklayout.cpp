@@ -5,6 +5,7 @@
 
 #include "block/classlayouts.h"
 #include "mclog/traceitems.h"
+#include "microcodelog.h"
 #include "output.h"
 #include "services/flagnames.h"
 #include "zelqcood/logdata.h"
@@ -108,13 +109,13 @@ std::string attributeWords(std::int64_t attributes) {
     return unnamed == 0 ? words : words + ", unnamed 0x" + hexDigits(static_cast<std::uint64_t>(unnamed), 0);
 }
 
-char const* itemWords(std::int64_t itemId) {
+std::string itemWords(std::int64_t itemId) {
+    if (isTraceItem(itemId)) {
+        return traceName(static_cast<std::uint64_t>(itemId)) + std::string(" trace");
+    }
     switch (itemId) {
     case XMicrocodeLogData::binaryFormat: return "binary";
     case XMicrocodeLogData::textFormat: return "text";
-    case threadTraceItem: return "thread trace";
-    case processTraceItem: return "process trace";
-    case systemTraceItem: return "system trace";
     case referenceCodeItem: return "error id and reason";
     default: return isTextItem(itemId) ? "text of a recorded log" : "";
     }
@@ -166,7 +167,7 @@ bool isTextItem(std::int64_t itemId) {
 }
 
 bool isTraceItem(std::int64_t itemId) {
-    return itemId == threadTraceItem || itemId == processTraceItem || itemId == systemTraceItem;
+    return traceName(static_cast<std::uint64_t>(itemId)) != nullptr;
 }
 
 }  // namespace zelq
