@@ -9,35 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <new>
 
 #include "benchfolder.h"
+#include "countednew.h"
 #include "demand.h"
 #include "operations.h"
 #include "tracing/ringlayout.h"
 #include "zelqplatform/trace_service.h"
-
-namespace {
-
-std::uint64_t allocations = 0;
-
-}  // namespace
-
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    ++allocations;
-    if (void* const memory = std::malloc(size)) {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t) noexcept {
-    std::free(memory);
-}
 
 namespace {
 
