@@ -45,13 +45,7 @@ awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/REA
 # The manual page's program; roff wants a backslash written as \e.
 sed -n '/^\.EX$/,/^\.EE$/p' "$source/docs/zelqcood.3" | sed '/^\./d; s/\\e/\\/g; s/\\-/-/g' >"$work/inside/main.cpp"
 
-cat >"$work/found/CMakeLists.txt" <<'END'
-cmake_minimum_required(VERSION 3.25)
-project(consumer LANGUAGES CXX)
-find_package(zelqcood 0.1 CONFIG REQUIRED)
-add_executable(consumer main.cpp)
-target_link_libraries(consumer PRIVATE zelqcood::zelqcood)
-END
+cp "$source/tests/consumer/CMakeLists.txt" "$work/found"
 consume "$work/found" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags"
 
 # The other width is told apart while CMake looks for the package, not by the linker.

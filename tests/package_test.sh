@@ -79,15 +79,8 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 0
 fi
 mkdir "$work/use" "$work/root"
-cp "$source"/build/packages/*.deb "$source/tests/package_test.sh" "$work/use"
+cp "$source"/build/packages/*.deb "$source/tests/package_test.sh" "$source/tests/consumer/CMakeLists.txt" "$work/use"
 awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >"$work/use/main.cpp"
-cat >"$work/use/CMakeLists.txt" <<'END'
-cmake_minimum_required(VERSION 3.25)
-project(consumer LANGUAGES CXX)
-find_package(zelqcood 0.1 CONFIG REQUIRED)
-add_executable(consumer main.cpp)
-target_link_libraries(consumer PRIVATE zelqcood::zelqcood)
-END
 
 # shellcheck disable=SC2016  # expanded inside
 private_root='
