@@ -23,7 +23,7 @@
 
 #include "allocationcounter.h"
 #include "benchfolder.h"
-#include "services/recordjson.h"
+#include "store/recordwriter.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace {

@@ -2,14 +2,14 @@
 //
 // Input: what is in the file, taken as bytes and as text.
 
-#include "blockjson.h"
-#include "blockprinter.h"
 #include "entry.h"
-#include "hextext.h"
 #include "support/failingnew.h"
 #include "support/jsonblocks.h"
 #include "support/sampleblocks.h"
 #include "surroundings.h"
+#include "tools/block/hextext.h"
+#include "tools/block/jsonprinter.h"
+#include "tools/block/treeprinter.h"
 
 NoFailingNew::NoFailingNew() = default;
 NoFailingNew::~NoFailingNew() = default;

@@ -13,7 +13,7 @@
 
 #include "entry.h"
 #include "surroundings.h"
-#include "tracecommand.h"
+#include "tools/trace/command.h"
 #include "tracing/ringfile.h"
 #include "zelqplatform/trace_service.h"
 

@@ -8,12 +8,12 @@
 #include <set>
 
 #include "entry.h"
-#include "recordprinter.h"
-#include "services/recordjson.h"
-#include "services/store.h"
-#include "storefaults.h"
-#include "storereader.h"
+#include "store/append.h"
+#include "store/faults.h"
+#include "store/reader.h"
+#include "store/recordwriter.h"
 #include "surroundings.h"
+#include "tools/log/recordprinter.h"
 
 // A reader gives the writer of a last line a moment to end it. Nobody writes here.
 extern "C" int nanosleep(timespec const*, timespec*) {
@@ -183,7 +183,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     });
     require(left == 0 && faultsAgain.reasons == faults.reasons, "another order, other records");
 
-    require(lines.size() + faults.reasons.size() == expected,
-            "a line was neither shown nor complained about");
+    require(lines.size() + faults.reasons.size() == expected, "a line was neither shown nor complained about");
     return 0;
 }

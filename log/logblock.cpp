@@ -2,7 +2,7 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
-#include "block/classlayouts.h"
+#include "log/layout.h"
 #include "trace/scope.h"
 #include "zelqcood/log.h"
 

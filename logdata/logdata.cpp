@@ -1,10 +1,10 @@
 #include "zelqcood/logdata.h"
+#include "logdata/layout.h"
 
 #include <cstring>
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
-#include "block/classlayouts.h"
 #include "trace/scope.h"
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
-#include "block/classlayouts.h"
+#include "mclog/layout.h"
 #include "trace/scope.h"
 #include "zelqcood/block.h"
 #include "zelqcood/mclog.h"

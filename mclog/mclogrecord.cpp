@@ -5,9 +5,9 @@
 
 #include "block/packedfields.h"
 #include "mclog/addeditems.h"
-#include "mclog/traceitems.h"
 #include "trace/message.h"
 #include "zelqcood/mclog.h"
+#include "zelqplatform/errorlog_items.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
@@ -35,13 +35,13 @@ void removeFirst(std::list<XLogData*>& items) {
 void numberFormats(std::list<XLogData*> const& items) {
     constexpr unsigned short firstNumber = 3;
     unsigned short number = firstNumber;
-    unsigned short textNumber = firstTextItem;
+    unsigned short textNumber = XLOG_ITEM_FIRST_TEXT;
     for (XLogData* item : items) {
         if (item->size() == 0) {
             continue;
         }
         bool const isText = item->blockId() == XMicrocodeLogData::textFormat;
-        if (isText && textNumber <= lastTextItem) {
+        if (isText && textNumber <= XLOG_ITEM_LAST_TEXT) {
             item->setBlockId(textNumber++);
         } else if (isText || item->blockId() == XMicrocodeLogData::binaryFormat) {
             item->setBlockId(number++);
@@ -64,7 +64,7 @@ std::size_t lengthWithoutZeros(char const* buffer, std::size_t length) {
 // One snapshot as an item, when the fetch succeeds: the text and one byte behind it, which is zero
 // unless the text fills the buffer to its last line.
 template <class Fetch>
-void addSnapshot(XMicrocodeLog& log, unsigned int lines, MicrocodeLogItem blockId, Fetch fetch) {
+void addSnapshot(XMicrocodeLog& log, unsigned int lines, xlog_item blockId, Fetch fetch) {
     std::size_t size = 0;
     if (__builtin_mul_overflow(std::size_t{lines}, std::size_t{lineWidth + 1}, &size)) {
         throw std::bad_alloc();
@@ -105,7 +105,7 @@ XMicrocodeLog& XMicrocodeLog::log() {
 
     PackedFields<referenceCodeSize> code;
     code.put(errorIdField, errorId()).put(errorReasonField, errorReason());
-    addData(XLogData(const_cast<unsigned char*>(code.bytes()), code.size, referenceCodeItem));
+    addData(XLogData(const_cast<unsigned char*>(code.bytes()), code.size, XLOG_ITEM_ERROR_CODE));
 
     XLog::log();
     removeFirst(*data_);
@@ -119,19 +119,19 @@ XMicrocodeLog& XMicrocodeLog::addTraceBlocks(unsigned int systemLines, unsigned 
                                              unsigned int threadLines) {
     AddedItems added(*data_);
     if (isSystemTrace() != 0 && systemLines != 0) {
-        addSnapshot(*this, systemLines, systemTraceItem, [systemLines](char* buffer) {
+        addSnapshot(*this, systemLines, XLOG_ITEM_SYSTEM_TRACE, [systemLines](char* buffer) {
             int ignored[2];
             return xtr_fetch(buffer, systemLines, lineWidth, &ignored[0], &ignored[1]);
         });
     }
     if (isProcessTrace() != 0 && processLines != 0) {
-        addSnapshot(*this, processLines, processTraceItem, [processLines](char* buffer) {
+        addSnapshot(*this, processLines, XLOG_ITEM_PROCESS_TRACE, [processLines](char* buffer) {
             int ignored;
             return xtr_fetch_pid(buffer, processLines * lineWidth, &ignored);
         });
     }
     if (isThreadTrace() != 0 && threadLines != 0) {
-        addSnapshot(*this, threadLines, threadTraceItem, [threadLines](char* buffer) {
+        addSnapshot(*this, threadLines, XLOG_ITEM_THREAD_TRACE, [threadLines](char* buffer) {
             int ignored;
             return xtr_fetch_tid(buffer, threadLines * lineWidth, &ignored);
         });

@@ -1,9 +1,9 @@
 // Merging one microcode log into another.
 
 #include "mclog/addeditems.h"
-#include "mclog/traceitems.h"
 #include "trace/message.h"
 #include "zelqcood/mclog.h"
+#include "zelqplatform/errorlog_items.h"
 
 namespace {
 
@@ -130,12 +130,12 @@ void XMicrocodeLog::takeOverReferenceCode(XMicrocodeLog const& other) {
 // Of each kind of trace a log holds one snapshot: its own, or the first that comes in.
 void XMicrocodeLog::mergeItem(XLogData const& item) {
     struct {
-        MicrocodeLogItem blockId;
+        xlog_item blockId;
         Attribute const& omit;
     } const traces[] = {
-        {threadTraceItem, omitThreadTrace},
-        {processTraceItem, omitProcessTrace},
-        {systemTraceItem, omitSystemTrace},
+        {XLOG_ITEM_THREAD_TRACE, omitThreadTrace},
+        {XLOG_ITEM_PROCESS_TRACE, omitProcessTrace},
+        {XLOG_ITEM_SYSTEM_TRACE, omitSystemTrace},
     };
     for (auto const& trace : traces) {
         if (item.blockId() != trace.blockId) {

@@ -1,6 +1,6 @@
 #include "block/blockreader.h"
 #include "block/blockwriter.h"
-#include "block/classlayouts.h"
+#include "mclog/layout.h"
 #include "trace/scope.h"
 #include "zelqcood/mclog.h"
 

@@ -10,7 +10,8 @@ int main(int argc, char** argv) {
     if (argc != 3) {
         return 2;
     }
-    std::string text = "\ttab, \"quotes\", back\\slash, 100 % %msg%, #011, \xC3\xA4\xE2\x82\xAC\xF0\x9F\x94\xA7, two\nlines ";
+    std::string text =
+        "\ttab, \"quotes\", back\\slash, 100 % %msg%, #011, \xC3\xA4\xE2\x82\xAC\xF0\x9F\x94\xA7, two\nlines ";
     std::size_t const size = std::strtoul(argv[2], nullptr, 10);
     while (text.size() < size) {
         text += "0123456789 abcdefghijklmnopqrstuvwxyz ";

@@ -11,9 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include "blockcommand.h"
-#include "hextext.h"
 #include "support/jsonblocks.h"
+#include "tools/block/command.h"
+#include "tools/block/hextext.h"
 #include "zelqcood/exception.h"
 #include "zelqplatform/errorlog_service.h"
 

@@ -14,11 +14,11 @@
 
 #include <CLI/CLI.hpp>
 
-#include "arguments.h"
-#include "blockcommand.h"
-#include "logcommandline.h"
-#include "output.h"
-#include "tracecommand.h"
+#include "tools/block/command.h"
+#include "tools/commandline/arguments.h"
+#include "tools/commandline/logcommandline.h"
+#include "tools/terminal/output.h"
+#include "tools/trace/command.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "common/errnokeeper.h"
-#include "services/recordjson.h"
-#include "services/store.h"
+#include "store/append.h"
+#include "store/recordwriter.h"
 
 namespace zelq {
 namespace {

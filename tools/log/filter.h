@@ -1,0 +1,50 @@
+#ifndef ZELQ_TOOLS_LOG_FILTER_H
+#define ZELQ_TOOLS_LOG_FILTER_H
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "store/recordreader.h"
+
+namespace zelq {
+
+/// A pattern that was compiled once, for searching in many texts.
+class TextPattern {
+public:
+    /// An extended regular expression. Without a capital letter in it, case does not count. Returns
+    /// what is wrong with it, or "".
+    std::string compile(std::string const& expression);
+
+    bool isFoundIn(std::string_view text) const;
+
+private:
+    struct Compiled;
+    std::shared_ptr<Compiled const> compiled_;
+};
+
+/// Which records a command is about. A record has to match everything that is set; of a list, one
+/// entry.
+struct LogFilter {
+    std::vector<std::string> severities;  ///< as shownSeverity() names them
+    std::vector<std::uint64_t> classes;
+    std::vector<std::string> events;    ///< shell patterns
+    std::vector<std::string> programs;  ///< likewise
+    std::optional<long long> sinceUs;   ///< this moment and later ones; microseconds since 1970
+    std::optional<long long> untilUs;   ///< this moment and earlier ones
+    std::optional<TextPattern> text;    ///< in what textsOf() names
+
+    bool matches(Record const& record) const;
+
+    /// True when every record matches.
+    bool isEmpty() const;
+};
+
+/// "error" or "info", as the viewer shows a severity.
+char const* shownSeverity(Record const& record);
+
+}  // namespace zelq
+
+#endif

@@ -1,0 +1,119 @@
+// zelq log list, zelq log show
+
+#include <algorithm>
+#include <deque>
+#include <vector>
+
+#include "store/reader.h"
+#include "tools/commandline/timetext.h"
+#include "tools/log/commands.h"
+#include "tools/log/folderreport.h"
+
+namespace zelq {
+namespace {
+
+constexpr std::size_t candidatesMax = 10;
+
+/// Prints records again that were found from the newest to the oldest, in the order of their time.
+void printOldestFirst(StoreReader const& store, std::vector<RecordPlace> const& places, LogWriter& writer,
+                      Output const& output) {
+    Record record;
+    std::string line;
+    for (auto place = places.rbegin(); place != places.rend() && !output.isDone(); ++place) {
+        if (store.read(*place, &record, &line)) {
+            writer.print(record, line);
+        }
+    }
+}
+
+// The candidates stand with whole ids, oldest first, ready to be copied.
+int reportAmbiguous(std::string const& id, std::deque<Record> const& newest, std::size_t count, Output& output) {
+    output.finish();
+    complain("id '" + id + "' is ambiguous, it begins the ids of " + counted(count, "record") +
+             (count > newest.size() ? ", such as:" : ":"));
+    for (Record const& record : newest) {
+        complain("  " + record.id + "  " + shownTime(record.timeUs, false) + "  " + record.event);
+    }
+    return exitUsage;
+}
+
+}  // namespace
+
+int listLogs(LogListOptions const& options, Output& output) {
+    StoreReader store;
+    if (ExitStatus const status = openStore(store); status != exitFine) {
+        return status;
+    }
+    output.startPager();
+    LogWriter writer(options.writer, output);
+    FaultList faults;
+    if (options.newest == std::numeric_limits<std::size_t>::max() && !options.writer.isReversed) {
+        store.visit(StoreReader::Order::oldestFirst, faults,
+                    [&](Record const& record, std::string_view line, RecordPlace const&) {
+                        if (options.filter.matches(record)) {
+                            writer.print(record, line);
+                        }
+                        return !output.isDone();
+                    });
+    } else if (options.newest > 0) {  // from the end: the newest ten do not cost reading all
+        std::vector<RecordPlace> places;
+        std::size_t count = 0;
+        store.visit(StoreReader::Order::newestFirst, faults,
+                    [&](Record const& record, std::string_view line, RecordPlace const& place) {
+                        if (options.filter.matches(record)) {
+                            ++count;
+                            options.writer.isReversed ? writer.print(record, line) : places.push_back(place);
+                        }
+                        return count < options.newest && !output.isDone();
+                    });
+        printOldestFirst(store, places, writer, output);
+    }
+    output.finish();
+    faults.complain();
+    if (!writer.isAnything() && options.newest > 0) {
+        complainAboutNothing(store, options.filter);
+    }
+    return faults.exitStatus(writer.isAnything() ? exitFine : exitNothing);
+}
+
+int showLog(LogShowOptions const& options, Output& output) {
+    StoreReader store;
+    if (ExitStatus const status = openStore(store); status != exitFine) {
+        return status;
+    }
+    output.startPager();
+    std::string const& id = options.id;
+    std::vector<RecordPlace> found;  // the first one suffices, unless it turns out to be ambiguous
+    std::deque<Record> candidates;
+    std::size_t count = 0;
+    FaultList faults;
+    store.visit(StoreReader::Order::newestFirst, faults,
+                [&](Record& record, std::string_view, RecordPlace const& place) {
+                    if (record.id.compare(0, id.size(), id) != 0 || !options.filter.matches(record)) {
+                        return true;
+                    }
+                    bool const isExact = id.empty() || record.id == id;
+                    if (isExact || count == 0) {
+                        found.assign(1, place);
+                    }
+                    count = isExact ? 1 : count + 1;
+                    if (candidates.size() < candidatesMax) {
+                        record.items.clear();
+                        candidates.push_front(std::move(record));
+                    }
+                    return !isExact;
+                });
+    if (count > 1) {
+        return reportAmbiguous(id, candidates, count, output);
+    }
+    LogWriter writer(options.writer, output);
+    printOldestFirst(store, found, writer, output);
+    output.finish();
+    faults.complain();
+    if (count == 0) {
+        id.empty() ? complainAboutNothing(store, options.filter) : complain("no record with id '" + id + "'");
+    }
+    return faults.exitStatus(count > 0 ? exitFine : exitNothing);
+}
+
+}  // namespace zelq

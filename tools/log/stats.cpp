@@ -1,0 +1,212 @@
+// zelq log stats
+
+#include <algorithm>
+#include <map>
+#include <vector>
+
+#include <rapidjson/stringbuffer.h>
+#include <rapidjson/writer.h>
+
+#include "store/reader.h"
+#include "store/textencoding.h"
+#include "tools/commandline/timetext.h"
+#include "tools/log/commands.h"
+#include "tools/log/folderreport.h"
+#include "tools/log/microcodelog.h"
+#include "tools/terminal/progress.h"
+#include "tools/terminal/terminal.h"
+
+namespace zelq {
+namespace {
+
+using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
+
+/// Counts by one property. A hostile store could have no end of different values, and long ones:
+/// neither costs more than a bounded amount of memory.
+class Tally {
+public:
+    struct Row {
+        std::string name;
+        std::uint64_t count;
+    };
+
+    void add(std::string_view name) {
+        std::string key(name.substr(0, nameMax));
+        auto const found = counts_.find(key);
+        if (found != counts_.end()) {
+            ++found->second;
+        } else if (counts_.size() < namesMax) {
+            counts_.emplace(std::move(key), 1);
+        } else {
+            ++others_;
+        }
+    }
+
+    /// The most frequent first.
+    std::vector<Row> rows() const {
+        std::vector<Row> rows;
+        for (auto const& [name, count] : counts_) {
+            rows.push_back({name, count});
+        }
+        std::stable_sort(rows.begin(), rows.end(),
+                         [](Row const& left, Row const& right) { return left.count > right.count; });
+        return rows;
+    }
+
+    /// Records whose value has no row of its own.
+    std::uint64_t others() const { return others_; }
+
+private:
+    static constexpr std::size_t nameMax = 64;
+    static constexpr std::size_t namesMax = 10000;
+
+    std::map<std::string, std::uint64_t> counts_;
+    std::uint64_t others_ = 0;
+};
+
+struct Statistics {
+    std::uint64_t records = 0;
+    std::uint64_t lost = 0;
+    long long firstUs = 0;  // the earliest and latest time, which need not be those of the ends
+    long long lastUs = 0;
+    Tally severities;
+    Tally events;
+    Tally codes;
+
+    void add(Record const& record) {
+        firstUs = records == 0 ? record.timeUs : std::min(firstUs, record.timeUs);
+        lastUs = records == 0 ? record.timeUs : std::max(lastUs, record.timeUs);
+        ++records;
+        lost += record.lostBefore;
+        severities.add(shownSeverity(record));
+        events.add(record.event);
+        codes.add(referenceCode(record));
+    }
+};
+
+// The longest bar of a table takes what the columns before it leave of the terminal.
+void printTable(char const* heading, char const* nameless, Tally const& tally, Output& output) {
+    constexpr std::size_t nameWidth = 17;
+    constexpr std::size_t countWidth = 9;
+    std::vector<Tally::Row> rows = tally.rows();
+    if (tally.others() > 0) {
+        rows.push_back({"(others)", tally.others()});
+    }
+    std::uint64_t most = 1;
+    for (Tally::Row const& row : rows) {
+        most = std::max(most, row.count);
+    }
+    std::size_t const width = terminalWidth();
+    std::size_t const barWidth = width > 50 ? width - nameWidth - countWidth - 3 : 20;
+    output.print("\n");
+    output.print(Style::heading, padded(heading, nameWidth) + "  " + "  RECORDS");
+    output.print("\n");
+    for (Tally::Row const& row : rows) {
+        std::string const count = std::to_string(row.count);
+        std::string const gap(count.size() < countWidth ? countWidth - count.size() : 0, ' ');
+        double const share = static_cast<double>(row.count) / static_cast<double>(most);
+        std::size_t const bar =
+            std::max<std::size_t>(static_cast<std::size_t>(share * static_cast<double>(barWidth)), 1);
+        std::string line = padded(row.name.empty() ? nameless : printable(row.name), nameWidth);
+        line.append("  ").append(gap).append(count).append(" ").append(bar, '#').append("\n");
+        output.print(line);
+    }
+}
+
+void printTables(Statistics const& statistics, Output& output) {
+    output.print(counted(statistics.records, "record") + ", from " + shownTime(statistics.firstUs, false) + " to " +
+                 shownTime(statistics.lastUs, false) + "\n");
+    if (statistics.lost > 0) {
+        output.print(Style::alarm, counted(statistics.lost, "record") + " more could not be stored");
+        output.print("\n");
+    }
+    printTable("SEVERITY", "", statistics.severities, output);
+    printTable("EVENT", "(none)", statistics.events, output);
+    printTable("REFERENCE CODE", "(none)", statistics.codes, output);
+}
+
+void write(JsonWriter& writer, std::string const& text) {
+    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
+}
+
+// As in the store: where a text is not UTF-8, its exact bytes stand beside it.
+void writeTally(JsonWriter& writer, char const* name, char const* key, Tally const& tally) {
+    writer.Key(name);
+    writer.StartArray();
+    for (Tally::Row const& row : tally.rows()) {
+        auto const* const bytes = reinterpret_cast<unsigned char const*>(row.name.data());
+        std::string text;
+        appendReplacingInvalid(bytes, row.name.size(), text);
+        writer.StartObject();
+        writer.Key(key);
+        write(writer, text);
+        if (text != row.name) {
+            std::string exact;
+            appendBase64(bytes, row.name.size(), exact);
+            writer.Key((std::string(key) + "_base64").c_str());
+            write(writer, exact);
+        }
+        writer.Key("records");
+        writer.Uint64(row.count);
+        writer.EndObject();
+    }
+    writer.EndArray();
+    if (tally.others() > 0) {
+        writer.Key((std::string("other_") + name).c_str());
+        writer.Uint64(tally.others());
+    }
+}
+
+void printJson(Statistics const& statistics, Output& output) {
+    rapidjson::StringBuffer line;
+    JsonWriter writer(line);
+    writer.StartObject();
+    writer.Key("records");
+    writer.Uint64(statistics.records);
+    writer.Key("first");
+    write(writer, storedTime(statistics.firstUs));
+    writer.Key("last");
+    write(writer, storedTime(statistics.lastUs));
+    writer.Key("lost");
+    writer.Uint64(statistics.lost);
+    writeTally(writer, "severities", "severity", statistics.severities);
+    writeTally(writer, "events", "event", statistics.events);
+    writeTally(writer, "refcodes", "refcode", statistics.codes);
+    writer.EndObject();
+    output.print({line.GetString(), line.GetSize()});
+    output.print("\n");
+}
+
+}  // namespace
+
+int countLogs(LogStatsOptions const& options, Output& output) {
+    StoreReader store;
+    if (ExitStatus const status = openStore(store); status != exitFine) {
+        return status;
+    }
+    Statistics statistics;
+    FaultList faults;
+    Progress progress("reading", store.files().totalSize());
+    store.visit(
+        StoreReader::Order::oldestFirst, faults,
+        [&](Record const& record, std::string_view, RecordPlace const&) {
+            if (options.filter.matches(record)) {
+                statistics.add(record);
+            }
+            return true;
+        },
+        &progress);
+    progress.hide();
+    if (statistics.records > 0) {
+        output.startPager();
+        options.json ? printJson(statistics, output) : printTables(statistics, output);
+    }
+    output.finish();
+    faults.complain();
+    if (statistics.records == 0) {
+        complainAboutNothing(store, options.filter);
+    }
+    return faults.exitStatus(statistics.records > 0 ? exitFine : exitNothing);
+}
+
+}  // namespace zelq

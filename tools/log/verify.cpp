@@ -1,0 +1,63 @@
+// zelq log verify
+
+#include "store/reader.h"
+#include "tools/log/commands.h"
+#include "tools/log/folderreport.h"
+#include "tools/terminal/progress.h"
+
+namespace zelq {
+namespace {
+
+/// Prints each fault when it is found: there may be more of them than memory for them.
+class FaultPrinter : public FaultSink {
+public:
+    FaultPrinter(Progress& progress, Output& output) : progress_(progress), output_(output) {}
+
+private:
+    void keep(Fault&& fault) override {
+        progress_.hide();
+        output_.print(fault.kind == Fault::damaged ? Style::alarm : Style::plain, printable(describe(fault)));
+        output_.print("\n");
+        output_.flush();
+    }
+
+    Progress& progress_;
+    Output& output_;
+};
+
+}  // namespace
+
+int verifyStore(Output& output) {
+    StoreReader store;
+    if (ExitStatus const status = openStore(store); status != exitFine) {
+        return status;
+    }
+    Progress progress("verifying", store.files().totalSize());
+    FaultPrinter faults(progress, output);
+    std::uint64_t records = 0;
+    store.visit(
+        StoreReader::Order::oldestFirst, faults,
+        [&](Record const&, std::string_view, RecordPlace const&) {
+            ++records;
+            return !output.isDone();
+        },
+        &progress);
+    progress.hide();
+    std::string summary = counted(records, "record") + " in " + counted(store.files().files().size(), "file") + ", " +
+                          byteCount(static_cast<std::uint64_t>(store.files().totalSize())) + ": ";
+    std::uint64_t const damaged = faults.count(Fault::damaged);
+    std::uint64_t const torn = faults.count(Fault::torn);
+    std::uint64_t const newer = faults.count(Fault::newer);
+    if (damaged + torn + newer == 0) {
+        summary += "all fine";
+    } else {
+        summary += std::to_string(damaged) + " damaged, " + std::to_string(torn) + " torn";
+    }
+    if (newer > 0) {
+        summary += ", " + std::to_string(newer) + " newer than this zelq";
+    }
+    output.print(summary + "\n");
+    return damaged > 0 ? exitDamaged : exitFine;
+}
+
+}  // namespace zelq
