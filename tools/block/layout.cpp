@@ -15,11 +15,20 @@ namespace zelq {
 namespace {
 
 // Every class that has a block form, and the records that blocks have as parts.
+// clang-format off
 constexpr BlockLayout layouts[] = {
-    logDataLayout::block,          microcodeLogDataLayout::block, logLayout::block,           microcodeLogLayout::block,
-    secondaryRefcodeLayout::block, endMicrocodeLogLayout::block,  baseExceptionLayout::block, locationLayout::block,
-    exceptionLayout::block,        trapExceptionLayout::block,
+    logDataLayout::block,
+    microcodeLogDataLayout::block,
+    logLayout::block,
+    microcodeLogLayout::block,
+    secondaryRefcodeLayout::block,
+    endMicrocodeLogLayout::block,
+    baseExceptionLayout::block,
+    locationLayout::block,
+    exceptionLayout::block,
+    trapExceptionLayout::block,
 };
+// clang-format on
 
 constexpr bool haveDifferentTypes(TableRange<BlockLayout> all) {
     for (BlockLayout const& one : all) {
