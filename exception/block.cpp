@@ -90,12 +90,13 @@ XBaseException::XBaseException(unsigned char* pBlock) : ZoException("DummyText",
 unsigned long XBaseException::readLocation(unsigned char* block, unsigned long lineNumber) {
     BlockReader location = BlockReader::inside(block, _traceMask, 'F', "Unknown location data type (0x");
     LocationNames names;
+    using namespace locationLayout;
     while (location.next(locationLayout::children)) {
         bool const isEmpty = location.bodySize() == 0;
         switch (location.type()) {
-        case locationLayout::fileBlock: names.file.reset(isEmpty ? nullptr : duplicate(location.text())); break;
-        case locationLayout::functionBlock: names.function.reset(isEmpty ? nullptr : duplicate(location.text())); break;
-        case locationLayout::lineBlock: lineNumber = location.get(locationLayout::lineField); break;
+        case fileBlock: names.file.reset(isEmpty ? nullptr : duplicate(location.text())); break;
+        case functionBlock: names.function.reset(isEmpty ? nullptr : duplicate(location.text())); break;
+        case lineBlock: lineNumber = location.get(lineField); break;
         }
     }
     ownLocationNames(std::move(names), lineNumber);
@@ -113,13 +114,13 @@ unsigned char* XBaseException::asBinary() const {
                                     .put(loggedField, isLogged()));
     writer.addText(textBlock, text(0));
     for (unsigned long i = 0; i < locationCount(); ++i) {
+        using namespace locationLayout;
         ZoExceptionLocation const& location = *locationAtIndex(i);
         BlockWriter locationWriter(locationBlock);
-        locationWriter.addText(locationLayout::fileBlock, location.fileName());
-        locationWriter.addText(locationLayout::functionBlock, location.functionName());
-        locationWriter.addFields(locationLayout::lineBlock,
-                                 PackedFields<locationLayout::lineBlockSize>().put(
-                                     locationLayout::lineField, static_cast<std::uint32_t>(location.lineNumber())));
+        locationWriter.addText(fileBlock, location.fileName());
+        locationWriter.addText(functionBlock, location.functionName());
+        locationWriter.addFields(
+            lineBlock, PackedFields<lineBlockSize>().put(lineField, static_cast<std::uint32_t>(location.lineNumber())));
         writer.addOwned(locationWriter.release());
     }
     if (XMicrocodeLog const* const log = logInfo(); log != nullptr) {

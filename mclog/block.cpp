@@ -51,7 +51,7 @@ unsigned char* XMicrocodeLog::SecondaryRefcodeInfo::asBinary() const {
 
 // The plain log is read before the block around it is checked: a wrong header does not make it
 // worthless. A null block has been reported by the base class.
-XMicrocodeLog::XMicrocodeLog(unsigned char* block)
+[[gnu::noinline]] XMicrocodeLog::XMicrocodeLog(unsigned char* block)
     : XLog(findBlock(block, logClassCode)),
       microcode_{0, 0, nullptr, 0},
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {

@@ -2,11 +2,11 @@
 
 #include <cstdlib>
 
+#include "zelqplatform/errorlog_items.h"
 #include "zelqplatform/errorlog_service.h"
 
 namespace {
 
-constexpr unsigned char endLogClass = 10;
 constexpr unsigned int snapshotLines = 250;
 
 }  // namespace
@@ -29,16 +29,18 @@ XMicrocodeLog::Attribute XMicrocodeLog::Attribute::operator|(Attribute const& ot
     return XLog::Attribute::operator|(other);
 }
 
-XMicrocodeLog::XMicrocodeLog()
+// Not inlined, like the other constructors that take a backtrace: see captureBacktrace().
+[[gnu::noinline]] XMicrocodeLog::XMicrocodeLog()
     : XLog(0, 0, 0, nullptr, XLog::error | XLog::logStandardBlock, nullptr),
       microcode_{0, 0, nullptr, 0},
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
     backtrace_ = captureBacktrace();
 }
 
-XMicrocodeLog::XMicrocodeLog(unsigned char logClass, unsigned char logType, unsigned short user, unsigned short errorId,
-                             int errorReason, char const* eventName, char const* text, XLog::Attribute attributes,
-                             int owned, char const* logId)
+[[gnu::noinline]] XMicrocodeLog::XMicrocodeLog(unsigned char logClass, unsigned char logType, unsigned short user,
+                                               unsigned short errorId, int errorReason, char const* eventName,
+                                               char const* text, XLog::Attribute attributes, int owned,
+                                               char const* logId)
     : XLog(logClass, logType, user, eventName, attributes | XLog::logStandardBlock, logId),
       microcode_{errorId, errorReason, text, owned},
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
@@ -54,9 +56,9 @@ XMicrocodeLog::XMicrocodeLog(XMicrocodeLog const& other)
 XMicrocodeLog::~XMicrocodeLog() = default;
 
 // The service leaves out three frames: this one, that of the constructor which calls it, and that
-// of the class derived from this one. So it stays a frame of its own, called by each constructor
-// itself, and the text begins where a program built its log.
-__attribute__((noinline)) ZoString XMicrocodeLog::captureBacktrace() const {
+// of the class derived from this one. So these stay frames of their own, and the text begins where a program
+// built its log.
+[[gnu::noinline]] ZoString XMicrocodeLog::captureBacktrace() const {
     constexpr int ownFrames = 3;
     char* text = nullptr;
     int length = 0;
@@ -140,12 +142,14 @@ int XMicrocodeLog::subclassLevel() const {
 }
 
 XEndMicrocodeLog::XEndMicrocodeLog()
-    : XMicrocodeLog(endLogClass, 0, 0, 0, 0, nullptr, nullptr, XLog::error | XLog::logStandardBlock, 1, nullptr) {}
+    : XMicrocodeLog(xlog_microcode_class, 0, 0, 0, 0, nullptr, nullptr, XLog::error | XLog::logStandardBlock, 1,
+                    nullptr) {}
 
 XEndMicrocodeLog::XEndMicrocodeLog(unsigned char logType, unsigned short user, unsigned short errorId, int errorReason,
                                    char const* eventName, char const* text, XMicrocodeLog::Attribute attributes,
                                    int owned, char const* logId)
-    : XMicrocodeLog(endLogClass, logType, user, errorId, errorReason, eventName, text, attributes, owned, logId) {
+    : XMicrocodeLog(xlog_microcode_class, logType, user, errorId, errorReason, eventName, text, attributes, owned,
+                    logId) {
     XMicrocodeLog::addTraceBlocks(snapshotLines, snapshotLines, snapshotLines);
 }
 
