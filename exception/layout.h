@@ -20,14 +20,14 @@ constexpr PackedText<12, 20> nameField = {};
 constexpr PackedField<std::int32_t, 32> loggedField = {};
 constexpr std::size_t baseBlockSize = loggedField.end;
 
-constexpr BlockField fields[] = {
+constexpr BlockField fieldNames[] = {
     {"severity", severityField, FieldMeaning::severity},
     {"error code group", errorCodeGroupField, FieldMeaning::address},
     {"error id", errorIdField},
     {"name", nameField},
     {"logged", loggedField, FieldMeaning::yesNo},
 };
-static_assert(cover(fields, baseBlockSize));
+static_assert(cover(fieldNames, baseBlockSize));
 
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
@@ -36,7 +36,7 @@ constexpr BlockChildKind children[] = {
     {endMicrocodeLogClass, "XEndMicrocodeLog", BlockChildKind::ownReader},
 };
 
-constexpr BlockLayout block = {baseExceptionClass, "XBaseException", children, fields};
+constexpr BlockLayout layout = {baseExceptionClass, "XBaseException", children, fieldNames};
 
 }  // namespace baseExceptionLayout
 
@@ -47,10 +47,10 @@ enum Child : unsigned short { fileBlock = 3, functionBlock = 4, lineBlock = 5 };
 constexpr PackedField<std::uint32_t, 0> lineField = {};
 constexpr std::size_t lineBlockSize = lineField.end;
 
-constexpr BlockField fields[] = {
+constexpr BlockField fieldNames[] = {
     {"line", lineField},
 };
-static_assert(cover(fields, lineBlockSize));
+static_assert(cover(fieldNames, lineBlockSize));
 
 constexpr BlockChildKind children[] = {
     {fileBlock, "locFileBlock", BlockChildKind::text},
@@ -58,21 +58,21 @@ constexpr BlockChildKind children[] = {
     {lineBlock, "locLineBlock", BlockChildKind::fields, lineBlockSize},
 };
 
-constexpr BlockLayout block = {
-    baseExceptionLayout::locationBlock, "locationBlock", children, fields, 0, baseExceptionClass};
+constexpr BlockLayout layout = {
+    baseExceptionLayout::locationBlock, "locationBlock", children, fieldNames, 0, baseExceptionClass};
 
 }  // namespace locationLayout
 
 // The two kinds, whose blocks wrap that of their base.
 namespace exceptionLayout {
 
-constexpr BlockLayout block = {exceptionClass, "XException", {}, {}, baseExceptionClass};
+constexpr BlockLayout layout = {exceptionClass, "XException", {}, {}, baseExceptionClass};
 
 }  // namespace exceptionLayout
 
 namespace trapExceptionLayout {
 
-constexpr BlockLayout block = {trapExceptionClass, "XTrapException", {}, {}, baseExceptionClass};
+constexpr BlockLayout layout = {trapExceptionClass, "XTrapException", {}, {}, baseExceptionClass};
 
 }  // namespace trapExceptionLayout
 

@@ -20,7 +20,7 @@ constexpr PackedField<std::uint32_t, 8> reserved1Field = {};
 constexpr PackedField<std::uint32_t, 12> reserved2Field = {};
 constexpr std::size_t baseBlockSize = reserved2Field.end;
 
-constexpr BlockField fields[] = {
+constexpr BlockField fieldNames[] = {
     {"class", logClassField},
     {"type", logTypeField},
     {"user", userField},
@@ -28,7 +28,7 @@ constexpr BlockField fields[] = {
     {"reserved 1", reserved1Field},
     {"reserved 2", reserved2Field},
 };
-static_assert(cover(fields, baseBlockSize));
+static_assert(cover(fieldNames, baseBlockSize));
 
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
@@ -38,7 +38,7 @@ constexpr BlockChildKind children[] = {
     {microcodeLogDataClass, "XMicrocodeLogData", BlockChildKind::ownReader},
 };
 
-constexpr BlockLayout block = {logClassCode, "XLog", children, fields};
+constexpr BlockLayout layout = {logClassCode, "XLog", children, fieldNames};
 
 }  // namespace logLayout
 

@@ -15,23 +15,23 @@ enum Child : unsigned short { baseBlock = 0, dataBlock = 1 };
 constexpr PackedField<std::uint16_t, 0> blockIdField = {};
 constexpr std::size_t baseBlockSize = blockIdField.end;
 
-constexpr BlockField fields[] = {
+constexpr BlockField fieldNames[] = {
     {"block id", blockIdField, FieldMeaning::itemId},
 };
-static_assert(cover(fields, baseBlockSize));
+static_assert(cover(fieldNames, baseBlockSize));
 
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
     {dataBlock, "dataBlock", BlockChildKind::bytes},
 };
 
-constexpr BlockLayout block = {logDataClass, "XLogData", children, fields};
+constexpr BlockLayout layout = {logDataClass, "XLogData", children, fieldNames};
 
 }  // namespace logDataLayout
 
 namespace microcodeLogDataLayout {
 
-constexpr BlockLayout block = {microcodeLogDataClass, "XMicrocodeLogData", {}, {}, logDataClass};
+constexpr BlockLayout layout = {microcodeLogDataClass, "XMicrocodeLogData", {}, {}, logDataClass};
 
 }  // namespace microcodeLogDataLayout
 

@@ -17,12 +17,12 @@ constexpr PackedField<std::int32_t, 2> errorReasonField = {};
 constexpr PackedField<std::int32_t, 6> ownedField = {};
 constexpr std::size_t baseBlockSize = ownedField.end;
 
-constexpr BlockField fields[] = {
+constexpr BlockField fieldNames[] = {
     {"error id", errorIdField},
     {"error reason", errorReasonField},
     {"owned", ownedField, FieldMeaning::yesNo},
 };
-static_assert(cover(fields, baseBlockSize));
+static_assert(cover(fieldNames, baseBlockSize));
 
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
@@ -32,7 +32,7 @@ constexpr BlockChildKind children[] = {
     {logClassCode, "XLog", BlockChildKind::ignored},
 };
 
-constexpr BlockLayout block = {microcodeLogClass, "XMicrocodeLog", children, fields, logClassCode};
+constexpr BlockLayout layout = {microcodeLogClass, "XMicrocodeLog", children, fieldNames, logClassCode};
 
 }  // namespace microcodeLogLayout
 
@@ -46,26 +46,26 @@ constexpr PackedField<std::uint16_t, 2> errorIdField = {};
 constexpr PackedField<std::int32_t, 4> errorReasonField = {};
 constexpr std::size_t baseBlockSize = errorReasonField.end;
 
-constexpr BlockField fields[] = {
+constexpr BlockField fieldNames[] = {
     {"class", logClassField},
     {"type", logTypeField},
     {"error id", errorIdField},
     {"error reason", errorReasonField},
 };
-static_assert(cover(fields, baseBlockSize));
+static_assert(cover(fieldNames, baseBlockSize));
 
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
 };
 
-constexpr BlockLayout block = {
-    microcodeLogLayout::secondaryRefcodeBlock, "SecondaryRefcodeInfo", children, fields, 0, microcodeLogClass};
+constexpr BlockLayout layout = {
+    microcodeLogLayout::secondaryRefcodeBlock, "SecondaryRefcodeInfo", children, fieldNames, 0, microcodeLogClass};
 
 }  // namespace secondaryRefcodeLayout
 
 namespace endMicrocodeLogLayout {
 
-constexpr BlockLayout block = {endMicrocodeLogClass, "XEndMicrocodeLog", {}, {}, microcodeLogClass};
+constexpr BlockLayout layout = {endMicrocodeLogClass, "XEndMicrocodeLog", {}, {}, microcodeLogClass};
 
 }  // namespace endMicrocodeLogLayout
 

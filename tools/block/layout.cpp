@@ -17,16 +17,16 @@ namespace {
 // Every class that has a block form, and the records that blocks have as parts.
 // clang-format off
 constexpr BlockLayout layouts[] = {
-    logDataLayout::block,
-    microcodeLogDataLayout::block,
-    logLayout::block,
-    microcodeLogLayout::block,
-    secondaryRefcodeLayout::block,
-    endMicrocodeLogLayout::block,
-    baseExceptionLayout::block,
-    locationLayout::block,
-    exceptionLayout::block,
-    trapExceptionLayout::block,
+    logDataLayout::layout,
+    microcodeLogDataLayout::layout,
+    logLayout::layout,
+    microcodeLogLayout::layout,
+    secondaryRefcodeLayout::layout,
+    endMicrocodeLogLayout::layout,
+    baseExceptionLayout::layout,
+    locationLayout::layout,
+    exceptionLayout::layout,
+    trapExceptionLayout::layout,
 };
 // clang-format on
 
