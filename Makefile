@@ -66,7 +66,7 @@ test-tsan:
 	    ctest --test-dir build/tsan --output-on-failure -j 2 -R '$(tsan_tests)'
 
 # clang-tidy by .clang-tidy (its version knows no __constinit), and cppcheck less cmake/cppcheck.txt.
-sources := platform block trace logdata log mclog exception trap moduleinfo tools
+sources := platform block trace logdata log mclog exception trap tools
 lint:
 	@cmake/install-packages $(build_packages) clang-tidy cppcheck
 	cmake --preset native -DZELQCOOD_TESTS=OFF

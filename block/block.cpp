@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "block/blockcursor.h"
+#include "block/cursor.h"
 #include "trace/message.h"
 
 namespace {

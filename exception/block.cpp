@@ -1,16 +1,17 @@
 // The block form of exceptions of all kinds.
 
-#include "zelqcood/block.h"
-#include "block/blockreader.h"
-#include "block/blockwriter.h"
+#include "zelqcood/exception.h"
+
+#include "block/reader.h"
+#include "block/writer.h"
 #include "exception/layout.h"
 #include "trace/message.h"
-#include "zelqcood/exception.h"
+#include "zelqcood/block.h"
 #include "zelqplatform/pce_service.h"
 
 namespace {
 
-using namespace exceptionLayout;
+using namespace baseExceptionLayout;
 
 constexpr char _traceMask[] = "XLIBEXC";
 constexpr EntryLine rebuildLine(_traceMask, 'D', "XBaseException");
@@ -76,7 +77,7 @@ XBaseException::XBaseException(unsigned char* pBlock) : ZoException("DummyText",
             setLogged(reader.get(loggedField));
             break;
         case textBlock: setText(reader.bodySize() == 0 ? nullptr : static_cast<char const*>(reader.text())); break;
-        case locationBlock: lineNumber = readLocation(reader, lineNumber); break;
+        case locationBlock: lineNumber = readLocation(reader.block(), lineNumber); break;
         case endMicrocodeLogClass: {
             XEndMicrocodeLog log(reader.block());
             setLogInfo(&log);
@@ -86,15 +87,16 @@ XBaseException::XBaseException(unsigned char* pBlock) : ZoException("DummyText",
     }
 }
 
-unsigned long XBaseException::readLocation(BlockReader const& reader, unsigned long lineNumber) {
-    BlockReader location = reader.children("Unknown location data type (0x");
+unsigned long XBaseException::readLocation(unsigned char* block, unsigned long lineNumber) {
+    BlockReader location = BlockReader::inside(block, _traceMask, 'F', "Unknown location data type (0x");
     LocationNames names;
-    while (location.next(locationChildren)) {
+    using namespace locationLayout;
+    while (location.next(locationLayout::children)) {
         bool const isEmpty = location.bodySize() == 0;
         switch (location.type()) {
-        case locFileBlock: names.file.reset(isEmpty ? nullptr : duplicate(location.text())); break;
-        case locFuncBlock: names.function.reset(isEmpty ? nullptr : duplicate(location.text())); break;
-        case locLineBlock: lineNumber = location.get(lineField); break;
+        case fileBlock: names.file.reset(isEmpty ? nullptr : duplicate(location.text())); break;
+        case functionBlock: names.function.reset(isEmpty ? nullptr : duplicate(location.text())); break;
+        case lineBlock: lineNumber = location.get(lineField); break;
         }
     }
     ownLocationNames(std::move(names), lineNumber);
@@ -112,12 +114,13 @@ unsigned char* XBaseException::asBinary() const {
                                     .put(loggedField, isLogged()));
     writer.addText(textBlock, text(0));
     for (unsigned long i = 0; i < locationCount(); ++i) {
+        using namespace locationLayout;
         ZoExceptionLocation const& location = *locationAtIndex(i);
         BlockWriter locationWriter(locationBlock);
-        locationWriter.addText(locFileBlock, location.fileName());
-        locationWriter.addText(locFuncBlock, location.functionName());
-        locationWriter.addFields(locLineBlock, PackedFields<lineBlockSize>().put(
-                                                   lineField, static_cast<std::uint32_t>(location.lineNumber())));
+        locationWriter.addText(fileBlock, location.fileName());
+        locationWriter.addText(functionBlock, location.functionName());
+        locationWriter.addFields(
+            lineBlock, PackedFields<lineBlockSize>().put(lineField, static_cast<std::uint32_t>(location.lineNumber())));
         writer.addOwned(locationWriter.release());
     }
     if (XMicrocodeLog const* const log = logInfo(); log != nullptr) {

@@ -5,7 +5,6 @@
 #include <new>
 #include <utility>
 
-#include "trace/destructorscope.h"
 #include "trace/message.h"
 
 namespace {
@@ -14,6 +13,10 @@ constexpr char _traceMask[] = "XLIBEXC";
 constexpr EntryLine buildLine(_traceMask, 'T', "XBaseException");
 constexpr EntryLine copyLine(_traceMask, 'D', "XBaseException");
 constexpr EntryLine destroyLine(_traceMask, 'D', "~XBaseException");
+constexpr EntryLine buildExceptionLine(_traceMask, 'D', "XException");
+constexpr EntryLine destroyExceptionLine(_traceMask, 'D', "~XException");
+constexpr EntryLine buildTrapExceptionLine(_traceMask, 'D', "XTrapException");
+constexpr EntryLine destroyTrapExceptionLine(_traceMask, 'D', "~XTrapException");
 
 // What data() gives for an item that does not exist.
 XMicrocodeLogData nullData(nullptr, 0, XMicrocodeLogData::binaryFormat);
@@ -129,4 +132,37 @@ XLogData* XBaseException::data(unsigned int index) const {
 
 unsigned int XBaseException::dataCount() const {
     return logInfo_ ? static_cast<unsigned int>(logInfo_->data()->size()) : 0;
+}
+
+// The kinds differ from the base in their names and trace scopes.
+
+XException::XException(char* errorText, ZoException::Severity severity, int logged)
+    : XBaseException(errorText, severity, logged) {
+    TraceScope const scope(buildExceptionLine);
+    setName("XException");
+}
+
+XException::XException(ZoException const& other) : XBaseException(other) {
+    TraceScope const scope(buildExceptionLine);
+}
+
+XException::XException(XException const& other) : XBaseException(other) {
+    TraceScope const scope(buildExceptionLine);
+}
+
+XException::~XException() {
+    DestructorScope const scope(destroyExceptionLine);
+}
+
+XTrapException::XTrapException(char* errorText, int logged) : XBaseException(errorText, unrecoverable, logged) {
+    TraceScope const scope(buildTrapExceptionLine);
+    setName("XTrapException");
+}
+
+XTrapException::XTrapException(XTrapException const& other) : XBaseException(other) {
+    TraceScope const scope(buildTrapExceptionLine);
+}
+
+XTrapException::~XTrapException() {
+    DestructorScope const scope(destroyTrapExceptionLine);
 }

@@ -1,16 +1,15 @@
 #ifndef ZELQCOOD_EXCEPTION_LAYOUT_H
 #define ZELQCOOD_EXCEPTION_LAYOUT_H
 
-#include <cstdint>
+#include "mclog/layout.h"
 
-#include "block/childkind.h"
-#include "block/packedfields.h"
+// Fields can be added behind the last one of a base block; readers take no offence at a longer body.
 
-// What the block of an exception holds: child codes, the fields of the base block, and how a child is
-// checked. Everything here reaches disk and other processes: never renumber it. Fields can be added
-// behind the last one of a base block; readers take no offence at a longer body.
+constexpr unsigned short exceptionClass = 0x8000;
+constexpr unsigned short trapExceptionClass = 0x8001;
+constexpr unsigned short baseExceptionClass = 0x8008;
 
-namespace exceptionLayout {
+namespace baseExceptionLayout {
 
 enum Child : unsigned short { baseBlock = 0, textBlock = 1, locationBlock = 2 };
 
@@ -21,6 +20,15 @@ constexpr PackedText<12, 20> nameField = {};
 constexpr PackedField<std::int32_t, 32> loggedField = {};
 constexpr std::size_t baseBlockSize = loggedField.end;
 
+constexpr BlockField fieldNames[] = {
+    {"severity", severityField, FieldMeaning::severity},
+    {"error code group", errorCodeGroupField, FieldMeaning::address},
+    {"error id", errorIdField},
+    {"name", nameField},
+    {"logged", loggedField, FieldMeaning::yesNo},
+};
+static_assert(cover(fieldNames, baseBlockSize));
+
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
     {textBlock, "textBlock", BlockChildKind::text},
@@ -28,17 +36,44 @@ constexpr BlockChildKind children[] = {
     {endMicrocodeLogClass, "XEndMicrocodeLog", BlockChildKind::ownReader},
 };
 
-enum LocationChild : unsigned short { locFileBlock = 3, locFuncBlock = 4, locLineBlock = 5 };
+constexpr BlockLayout layout = {baseExceptionClass, "XBaseException", children, fieldNames};
+
+}  // namespace baseExceptionLayout
+
+namespace locationLayout {
+
+enum Child : unsigned short { fileBlock = 3, functionBlock = 4, lineBlock = 5 };
 
 constexpr PackedField<std::uint32_t, 0> lineField = {};
 constexpr std::size_t lineBlockSize = lineField.end;
 
-constexpr BlockChildKind locationChildren[] = {
-    {locFileBlock, "locFileBlock", BlockChildKind::text},
-    {locFuncBlock, "locFuncBlock", BlockChildKind::text},
-    {locLineBlock, "locLineBlock", BlockChildKind::fields, lineBlockSize},
+constexpr BlockField fieldNames[] = {
+    {"line", lineField},
+};
+static_assert(cover(fieldNames, lineBlockSize));
+
+constexpr BlockChildKind children[] = {
+    {fileBlock, "locFileBlock", BlockChildKind::text},
+    {functionBlock, "locFuncBlock", BlockChildKind::text},
+    {lineBlock, "locLineBlock", BlockChildKind::fields, lineBlockSize},
 };
 
+constexpr BlockLayout layout = {
+    baseExceptionLayout::locationBlock, "locationBlock", children, fieldNames, 0, baseExceptionClass};
+
+}  // namespace locationLayout
+
+// The two kinds, whose blocks wrap that of their base.
+namespace exceptionLayout {
+
+constexpr BlockLayout layout = {exceptionClass, "XException", {}, {}, baseExceptionClass};
+
 }  // namespace exceptionLayout
+
+namespace trapExceptionLayout {
+
+constexpr BlockLayout layout = {trapExceptionClass, "XTrapException", {}, {}, baseExceptionClass};
+
+}  // namespace trapExceptionLayout
 
 #endif

@@ -1,10 +1,11 @@
 // Rendering an exception, writing it to the trace, and recording it.
 
+#include "zelqcood/exception.h"
+
 #include <cstring>
 #include <optional>
 
 #include "trace/message.h"
-#include "zelqcood/exception.h"
 #include "zelqcood/trace.h"
 #include "zelqplatform/memdebug_service.h"
 

@@ -3,7 +3,8 @@
 // Input: one byte that chooses the class, then the block. 0 chooses by the class code in the
 // block's header; the highest bit gives the reading process a backtrace of its own.
 
-#include "block/classcodes.h"
+#include <map>
+
 #include "entry.h"
 #include "support/failingnew.h"
 #include "support/sampleblocks.h"
@@ -16,24 +17,25 @@ namespace {
 
 constexpr unsigned char withBacktrace = 0x80;
 
-Kind kindOf(unsigned char choice, Bytes const& block) {
-    constexpr std::size_t kinds = std::size(allKinds);
-    if (choice != 0) {
-        return allKinds[(choice - 1U) % kinds];
-    }
+std::uint16_t typeOf(Bytes const& block) {
     std::uint16_t type = 0;
     std::memcpy(&type, &block[4], sizeof type);
-    switch (type) {
-    case exceptionClass: return exception;
-    case trapExceptionClass: return trapException;
-    case logClassCode: return log;
-    case microcodeLogClass: return microcodeLog;
-    case endMicrocodeLogClass: return endMicrocodeLog;
-    case logDataClass: return logData;
-    case microcodeLogDataClass: return microcodeLogData;
-    case baseExceptionClass: return baseException;
-    default: return refcode;
+    return type;
+}
+
+Kind kindOf(unsigned char choice, Bytes const& block) {
+    static std::map<std::uint16_t, Kind> const kindsByType = [] {
+        std::map<std::uint16_t, Kind> kinds;
+        for (Kind kind : allKinds) {
+            kinds[typeOf(richBlock(kind))] = kind;
+        }
+        return kinds;
+    }();
+    if (choice != 0) {
+        return allKinds[(choice - 1U) % std::size(allKinds)];
     }
+    auto const found = kindsByType.find(typeOf(block));
+    return found != kindsByType.end() ? found->second : refcode;
 }
 
 // The size in the header is all that a reader knows of the memory, so it is never more than there
@@ -56,7 +58,12 @@ void use(XLogData const& item) {
     require(copy->size() == item.size() && copy->blockId() == item.blockId(), "a clone differs");
 }
 
-void use(XMicrocodeLog::SecondaryRefcodeInfo const&) {}
+// What can be written and rebuilt, and no more.
+struct AnyOther {
+    template <class Object>
+    AnyOther(Object const&) {}
+};
+void use(AnyOther const&) {}
 
 void use(XLog const& log) {
     XLog copy(log);

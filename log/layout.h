@@ -1,14 +1,11 @@
 #ifndef ZELQCOOD_LOG_LAYOUT_H
 #define ZELQCOOD_LOG_LAYOUT_H
 
-#include <cstdint>
+#include "logdata/layout.h"
 
-#include "block/childkind.h"
-#include "block/packedfields.h"
+// Fields can be added behind the last one of a base block; readers take no offence at a longer body.
 
-// What the block of a log record holds: child codes, the fields of the base block, and how a child is
-// checked. Everything here reaches disk and other processes: never renumber it. Fields can be added
-// behind the last one of a base block; readers take no offence at a longer body.
+constexpr unsigned short logClassCode = 0x8002;
 
 namespace logLayout {
 
@@ -23,6 +20,16 @@ constexpr PackedField<std::uint32_t, 8> reserved1Field = {};
 constexpr PackedField<std::uint32_t, 12> reserved2Field = {};
 constexpr std::size_t baseBlockSize = reserved2Field.end;
 
+constexpr BlockField fieldNames[] = {
+    {"class", logClassField},
+    {"type", logTypeField},
+    {"user", userField},
+    {"attributes", attributesField, FieldMeaning::attributes},
+    {"reserved 1", reserved1Field},
+    {"reserved 2", reserved2Field},
+};
+static_assert(cover(fieldNames, baseBlockSize));
+
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
     {eventNameBlock, "eventNameBlock", BlockChildKind::text},
@@ -30,6 +37,8 @@ constexpr BlockChildKind children[] = {
     {logDataClass, "XLogData", BlockChildKind::ownReader},
     {microcodeLogDataClass, "XMicrocodeLogData", BlockChildKind::ownReader},
 };
+
+constexpr BlockLayout layout = {logClassCode, "XLog", children, fieldNames};
 
 }  // namespace logLayout
 

@@ -1,14 +1,12 @@
 #ifndef ZELQCOOD_MCLOG_LAYOUT_H
 #define ZELQCOOD_MCLOG_LAYOUT_H
 
-#include <cstdint>
+#include "log/layout.h"
 
-#include "block/childkind.h"
-#include "block/packedfields.h"
+// Fields can be added behind the last one of a base block; readers take no offence at a longer body.
 
-// What the block of a microcode log holds: child codes, the fields of the base block, and how a child is
-// checked. Everything here reaches disk and other processes: never renumber it. Fields can be added
-// behind the last one of a base block; readers take no offence at a longer body.
+constexpr unsigned short microcodeLogClass = 0x8003;
+constexpr unsigned short endMicrocodeLogClass = 0x8004;
 
 namespace microcodeLogLayout {
 
@@ -19,6 +17,13 @@ constexpr PackedField<std::int32_t, 2> errorReasonField = {};
 constexpr PackedField<std::int32_t, 6> ownedField = {};
 constexpr std::size_t baseBlockSize = ownedField.end;
 
+constexpr BlockField fieldNames[] = {
+    {"error id", errorIdField},
+    {"error reason", errorReasonField},
+    {"owned", ownedField, FieldMeaning::yesNo},
+};
+static_assert(cover(fieldNames, baseBlockSize));
+
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
     {textBlock, "textBlock", BlockChildKind::text},
@@ -26,6 +31,8 @@ constexpr BlockChildKind children[] = {
     {secondaryRefcodeBlock, "SecondaryRefcodeInfo", BlockChildKind::ownReader},
     {logClassCode, "XLog", BlockChildKind::ignored},
 };
+
+constexpr BlockLayout layout = {microcodeLogClass, "XMicrocodeLog", children, fieldNames, logClassCode};
 
 }  // namespace microcodeLogLayout
 
@@ -39,10 +46,27 @@ constexpr PackedField<std::uint16_t, 2> errorIdField = {};
 constexpr PackedField<std::int32_t, 4> errorReasonField = {};
 constexpr std::size_t baseBlockSize = errorReasonField.end;
 
+constexpr BlockField fieldNames[] = {
+    {"class", logClassField},
+    {"type", logTypeField},
+    {"error id", errorIdField},
+    {"error reason", errorReasonField},
+};
+static_assert(cover(fieldNames, baseBlockSize));
+
 constexpr BlockChildKind children[] = {
     {baseBlock, "baseBlock", BlockChildKind::fields, baseBlockSize},
 };
 
+constexpr BlockLayout layout = {
+    microcodeLogLayout::secondaryRefcodeBlock, "SecondaryRefcodeInfo", children, fieldNames, 0, microcodeLogClass};
+
 }  // namespace secondaryRefcodeLayout
+
+namespace endMicrocodeLogLayout {
+
+constexpr BlockLayout layout = {endMicrocodeLogClass, "XEndMicrocodeLog", {}, {}, microcodeLogClass};
+
+}  // namespace endMicrocodeLogLayout
 
 #endif

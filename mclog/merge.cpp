@@ -1,8 +1,9 @@
 // Merging one microcode log into another.
 
-#include "mclog/addeditems.h"
-#include "trace/message.h"
 #include "zelqcood/mclog.h"
+
+#include "log/rollback.h"
+#include "trace/message.h"
 #include "zelqplatform/errorlog_items.h"
 
 namespace {
@@ -13,65 +14,37 @@ constexpr EntryLine mergeLine(_traceMask, 'T', "operator+=");
 
 }  // namespace
 
-// What a merge may change, as it was before: put back when the merge runs out of memory.
+// The same for what this class adds to a log.
 class XMicrocodeLog::Rollback {
 public:
     explicit Rollback(XMicrocodeLog& log)
-        : log_(log),
-          logClass_(log.logClass_),
-          logType_(log.logType_),
-          user_(log.user_),
-          eventName_(log.eventName_),
-          attributes_(log.attributes_),
-          errorId_(log.errorId_),
-          errorReason_(log.errorReason_),
-          text_(log.text_),
-          owned_(log.owned_),
-          items_(*log.data_),
-          refcodes_(log.secondaryRefcodes_->size()) {}
-
+        : plain_(log), log_(log), fields_(log.microcode_), refcodes_(log.secondaryRefcodes_->size()) {}
     ~Rollback() {
-        if (isNeeded_) {
+        if (!isKept_) {
             putBack();
         }
     }
     Rollback(Rollback const&) = delete;
     Rollback& operator=(Rollback const&) = delete;
 
-    void forget() {
-        isNeeded_ = false;
-        items_.keep();
+    void keep() {
+        plain_.keep();
+        isKept_ = true;
     }
 
 private:
-    void putBack() {
-        log_.logClass_ = logClass_;
-        log_.logType_ = logType_;
-        log_.user_ = user_;
-        log_.eventName_ = static_cast<ZoString&&>(eventName_);
-        log_.attributes_ = attributes_;
-        log_.errorId_ = errorId_;
-        log_.errorReason_ = errorReason_;
-        log_.text_ = static_cast<ZoString&&>(text_);
-        log_.owned_ = owned_;
+    [[gnu::cold]] void putBack() {
+        log_.microcode_ = static_cast<MicrocodeFields&&>(fields_);
         while (log_.secondaryRefcodes_->size() > refcodes_) {
             log_.secondaryRefcodes_->pop_back();
         }
     }
 
+    XLog::Rollback plain_;
     XMicrocodeLog& log_;
-    std::uint8_t logClass_;
-    std::uint8_t logType_;
-    std::uint16_t user_;
-    ZoString eventName_;
-    Attribute attributes_;
-    std::uint16_t errorId_;
-    std::int32_t errorReason_;
-    ZoString text_;
-    int owned_;
-    AddedItems items_;
+    MicrocodeFields fields_;
     std::size_t refcodes_;
-    bool isNeeded_ = true;
+    bool isKept_ = false;
 };
 
 std::list<XMicrocodeLog::SecondaryRefcodeInfo>* XMicrocodeLog::secondaryRefcodes() const {
@@ -102,10 +75,10 @@ XMicrocodeLog& XMicrocodeLog::operator+=(XMicrocodeLog const& other) {
     }
     // Counted beforehand: in a log that is merged into itself the end would move away.
     auto item = other.data()->begin();
-    for (std::size_t left = other.data_->size(); left != 0; --left, ++item) {
+    for (std::size_t left = other.items().size(); left != 0; --left, ++item) {
         mergeItem(**item);
     }
-    rollback.forget();
+    rollback.keep();
     return *this;
 }
 
@@ -141,7 +114,7 @@ void XMicrocodeLog::mergeItem(XLogData const& item) {
         if (item.blockId() != trace.blockId) {
             continue;
         }
-        for (XLogData const* own : *data_) {
+        for (XLogData const* own : items()) {
             if (own->blockId() == trace.blockId) {
                 return;
             }

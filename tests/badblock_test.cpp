@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "block/blockcursor.h"
+#include "block/cursor.h"
 #include "support/sampleblocks.h"
 
 namespace {

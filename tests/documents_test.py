@@ -14,7 +14,8 @@ copy of the build. The first word behind the fence says what a block is:
               of lines. Times, ids, addresses and the like may differ, and so may the number of blanks
               between words. Where a status matters, have it printed.
   c++         Part of a program.
-  text, json  Illustrations. With these three nothing is done.
+  text, json  Illustrations. With these three nothing is done here; contributing_test.py does something with
+  diff        those of CONTRIBUTING.md that name a file, and with changes to files.
 
 "not run: REASON" behind the first word keeps a block from being run; the make targets and files that
 it names must exist all the same. So must those that stand between backquotes in the text, and what
@@ -139,7 +140,7 @@ def compile_command(name, program):
 def steps_of(document, blocks, work):
     steps, to_use = [], []
     for block in blocks:
-        if block.kind in ("c++", "text", "json"):
+        if block.kind in ("c++", "text", "json", "diff"):
             continue
         if block.kind in ("cpp", "sh", "console") and block.rest:
             if not is_shown_only(block):

@@ -7,13 +7,16 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "support/jsonblocks.h"
+#include "support/sampleblocks.h"
 #include "tools/block/command.h"
 #include "tools/block/hextext.h"
+#include "tools/block/layout.h"
 #include "zelqcood/exception.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -135,6 +138,22 @@ TEST_F(ViewerBlock, showsEveryFieldOfEveryClass) {
     EXPECT_EQ(status_, 0);
     EXPECT_EQ(complaints_, "");
     EXPECT_EQ(show(toText(XTrapException("trap", 1).asBinary())).find("XTrapException  type 0x8001, "), 0U);
+}
+
+// A class that has a block form is known to the viewer, and to the tests that damage blocks.
+TEST_F(ViewerBlock, knowsTheClassesThatHaveASample) {
+    std::set<std::string> known;
+    for (BlockLayout const& layout : zelq::blockLayouts()) {
+        known.insert(layout.name);
+    }
+    std::set<std::string> sampled = {"locationBlock"};  // nothing on its own
+    for (Kind kind : allKinds) {
+        std::string const tree = show(toText(richBlock(kind)));
+        sampled.insert(tree.substr(0, tree.find(' ')));
+        EXPECT_EQ(tree.find("unknown"), std::string::npos) << tree;
+        EXPECT_EQ(status_, 0);
+    }
+    EXPECT_EQ(sampled, known);
 }
 
 // Whatever is cut off or wrong, no byte is lost, and the tree is printed to its end.

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <new>
+#include <optional>
 
 // The library's own trace scopes. XTrace is for programs, whose names are known at run time only.
 
@@ -49,6 +51,21 @@ public:
 
 private:
     char* line_;
+};
+
+/// The trace scope of a destructor: without memory for its line there is no scope, since nothing may
+/// leave a destructor.
+class DestructorScope {
+public:
+    explicit DestructorScope(EntryLine const& entry) noexcept {
+        try {
+            scope_.emplace(entry);
+        } catch (std::bad_alloc const&) {
+        }
+    }
+
+private:
+    std::optional<TraceScope> scope_;
 };
 
 #endif

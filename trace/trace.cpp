@@ -18,7 +18,7 @@ constexpr std::size_t labelSize = 41;
 
 // Straight into the line, since a line is read by the trace service at once: bytes that go through
 // another place first, or through calls, make it wait twice.
-void putPrefix(char* line, const char* traceMask, char level) {
+void putPrefix(char* line, char const* traceMask, char level) {
     std::size_t i = 0;
     for (; i < componentWidth && traceMask[i] != '\0'; ++i) {
         line[i] = traceMask[i];
@@ -32,7 +32,7 @@ void putPrefix(char* line, const char* traceMask, char level) {
 }
 
 // Puts as much of the text at line[textAt] as fits into `size` bytes.
-void putText(char* line, std::size_t size, const char* text) {
+void putText(char* line, std::size_t size, char const* text) {
     std::size_t length = strnlen(text, size - 1 - textAt);
     // A compiler that knows the bound copies by string instructions, whose start takes longer than
     // the C library needs for the whole copy. So it is not to know.
@@ -42,7 +42,7 @@ void putText(char* line, std::size_t size, const char* text) {
 }
 
 // The line as the scope keeps it: the exit line differs in the marker only.
-char* newEntryLine(const char* traceMask, char level, const char* name) {
+char* newEntryLine(char const* traceMask, char level, char const* name) {
     char* const line = new char[traceLineSize];
     putPrefix(line, traceMask, level);
     line[textAt] = '>';
@@ -54,12 +54,12 @@ char* newEntryLine(const char* traceMask, char level, const char* name) {
 
 }  // namespace
 
-XTrace::XTrace(const char* traceMask, char level, const char* name)
+XTrace::XTrace(char const* traceMask, char level, char const* name)
     : handle_(0), line_(newEntryLine(traceMask, level, name)) {
     xtr_trace(line_);
 }
 
-XTrace::XTrace(unsigned int handle, const char* traceMask, char level, const char* name)
+XTrace::XTrace(unsigned int handle, char const* traceMask, char level, char const* name)
     : handle_(handle), line_(newEntryLine(traceMask, level, name)) {
     xtr_trace_cb(handle_, line_);
 }
@@ -70,18 +70,18 @@ XTrace::~XTrace() {
     delete[] line_;
 }
 
-void XTrace::write(unsigned int handle, const char* traceMask, char level, const char* text) {
+void XTrace::write(unsigned int handle, char const* traceMask, char level, char const* text) {
     alignas(16) char line[traceLineSize];
     putPrefix(line, traceMask, level);
     putText(line, traceLineSize, text);
     xtr_trace_cb(handle, line);
 }
 
-void XTrace::write(const char* traceMask, char level, const char* text) {
+void XTrace::write(char const* traceMask, char level, char const* text) {
     write(0, traceMask, level, text);
 }
 
-void XTrace::dumpBytes(unsigned int handle, const char* traceMask, char level, const char* title, const void* data,
+void XTrace::dumpBytes(unsigned int handle, char const* traceMask, char level, char const* title, void const* data,
                        unsigned long length) {
     char label[labelSize];
     putPrefix(label, traceMask, level);
@@ -93,7 +93,7 @@ void XTrace::dumpBytes(unsigned int handle, const char* traceMask, char level, c
     xtr_dump_bytes_cb(handle, label, data, length);
 }
 
-void XTrace::dumpBytes(const char* traceMask, char level, const char* title, const void* data, unsigned long length) {
+void XTrace::dumpBytes(char const* traceMask, char level, char const* title, void const* data, unsigned long length) {
     dumpBytes(0, traceMask, level, title, data, length);
 }
 

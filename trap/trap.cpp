@@ -4,12 +4,13 @@
 #include <memory>
 
 #include "trace/message.h"
+#include "zelqplatform/errorlog_service.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
 
-const char _traceMask[] = "XPCE___";
-const char sourceFile[] = "xtraphdr.cpp";
+constexpr char _traceMask[] = "XPCE___";
+constexpr char sourceFile[] = "xtraphdr.cpp";
 
 // The platform's record of one signal action, as large as it is in 32-bit programs.
 using SignalArea = unsigned char[140];
@@ -17,7 +18,7 @@ using SignalArea = unsigned char[140];
 constexpr unsigned char trapLogType = 0x3D;
 constexpr int lastUnloggedResult = 7;
 
-constexpr XMicrocodeLog::Attribute repeatedCall(0x0040, 0);  // informational, without backtrace
+constexpr XMicrocodeLog::Attribute repeatedCall(XLOG_OMIT_BACKTRACE, 0);  // informational
 
 /// How one way of failing is reported. The numbers are looked up by those who service the platform.
 struct Failure {

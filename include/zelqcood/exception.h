@@ -8,8 +8,6 @@
 #include "zelqcood/mclog.h"
 #include "zelqplatform/zoexception.h"
 
-class BlockReader;
-
 /// Root of the library's exceptions: a foundation exception with a name, a logged flag and a
 /// microcode log that it owns. Data items travel in that log.
 ///
@@ -95,7 +93,7 @@ private:
     };
 
     ZELQ_LOCAL static char* duplicate(char const* text);
-    ZELQ_LOCAL unsigned long readLocation(BlockReader const& reader, unsigned long lineNumber);
+    ZELQ_LOCAL unsigned long readLocation(unsigned char* block, unsigned long lineNumber);
     ZELQ_LOCAL void ownLocationNames(LocationNames names, unsigned long lineNumber);
 
     ZoString name_;

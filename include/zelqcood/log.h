@@ -9,7 +9,6 @@
 #include "zelqplatform/zostring.h"
 
 struct xlog_record_interface;
-class XMicrocodeLog;
 
 /// The plain log record: class, type, user, event name, log id, attributes and an ordered list of
 /// data items.
@@ -120,20 +119,28 @@ public:
     /// the list must come from new and belongs to the log from then on.
     std::list<XLogData*>* data() const;
 
-private:
-    friend class XMicrocodeLog;  // undoes a merge that ran out of memory, field by field
-
+protected:
+    // For the library's own classes; programs cannot link to these.
+    class ZELQ_LOCAL Rollback;
     ZELQ_LOCAL XLog& setFlag(Attribute const& flag, int enable);
     ZELQ_LOCAL int hasFlag(Attribute const& flag) const;
+    ZELQ_LOCAL std::list<XLogData*>& items() const { return *data_; }  // data() without its trace lines
 
-    std::uint8_t logClass_;
-    std::uint8_t logType_;
-    std::uint16_t user_;
-    ZoString eventName_;
-    ZoString logId_;
-    Attribute attributes_;
-    std::uint32_t reserved1_;
-    std::uint32_t reserved2_;
+private:
+    struct ZELQ_LOCAL Fields {
+        std::uint8_t logClass;
+        std::uint8_t logType;
+        std::uint16_t user;
+        ZoString eventName;
+        ZoString logId;
+        Attribute attributes;
+        std::uint32_t reserved1;
+        std::uint32_t reserved2;
+    };
+
+    ZELQ_LOCAL explicit XLog(Fields const& fields);
+
+    Fields fields_;
     std::list<XLogData*>* data_;
 };
 

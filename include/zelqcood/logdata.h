@@ -16,7 +16,7 @@ public:
     /// Copies `size` bytes from `data`, which may be null only when `size` is 0.
     XLogData(void* data, unsigned long size, unsigned short blockId);
 
-    XLogData(const XLogData& other);
+    XLogData(XLogData const& other);
 
     /// Rebuilds an item from the block that asBinary() wrote; `block` stays the caller's. Damage is
     /// reported in the trace, never thrown; what could not be read is as in an empty item.
@@ -24,11 +24,11 @@ public:
 
     virtual ~XLogData();
 
-    XLogData& operator=(const XLogData& other);
+    XLogData& operator=(XLogData const& other);
 
     /// True for the same buffer, size and block id: two items that hold data of their own are
     /// never equal, even when their bytes are.
-    virtual bool operator==(const XLogData& other);
+    virtual bool operator==(XLogData const& other);
 
     /// The bytes, owned by the item and valid until it changes. Null only in an item that never
     /// received data.
@@ -70,7 +70,7 @@ public:
     /// Copies exactly `size` bytes, under any block id.
     XMicrocodeLogData(void* data, unsigned long size, unsigned short blockId);
 
-    XMicrocodeLogData(const XMicrocodeLogData& other);
+    XMicrocodeLogData(XMicrocodeLogData const& other);
 
     /// Rebuilds an item from the block that asBinary() wrote, as XLogData does. An item inside a
     /// block of wrong type or format is read all the same.
@@ -78,7 +78,7 @@ public:
 
     virtual ~XMicrocodeLogData();
 
-    XMicrocodeLogData& operator=(const XMicrocodeLogData& other) = default;
+    XMicrocodeLogData& operator=(XMicrocodeLogData const& other) = default;
 
     /// textFormat for block id 0x101, binaryFormat for any other.
     Format format() const;

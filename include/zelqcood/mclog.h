@@ -152,7 +152,13 @@ public:
     std::list<SecondaryRefcodeInfo>* secondaryRefcodes() const;
 
 private:
-    class Rollback;
+    struct ZELQ_LOCAL MicrocodeFields {
+        std::uint16_t errorId;
+        std::int32_t errorReason;
+        ZoString text;
+        int owned;
+    };
+    class ZELQ_LOCAL Rollback;
 
     ZELQ_LOCAL ZoString captureBacktrace() const;
     ZELQ_LOCAL void takeOverReferenceCode(XMicrocodeLog const& other);
@@ -161,10 +167,7 @@ private:
     ZELQ_LOCAL SecondaryRefcodeInfo referenceCode() const;
     ZELQ_LOCAL ZoString secondaryRefcodeText() const;
 
-    std::uint16_t errorId_;
-    std::int32_t errorReason_;
-    ZoString text_;
-    int owned_;
+    MicrocodeFields microcode_;
     ZoString backtrace_;
     std::unique_ptr<std::list<SecondaryRefcodeInfo>> secondaryRefcodes_;
 };

@@ -16,10 +16,10 @@ class ZELQ_API XTrace : public ZoVBase {
 public:
     /// Opens a scope on the default trace and writes "> " and the name (at most 187 characters).
     /// Throws std::bad_alloc, before anything is written, when there is no memory for the line.
-    XTrace(const char* traceMask, char level, const char* name);
+    XTrace(char const* traceMask, char level, char const* name);
 
     /// The same on the trace that `handle` selects; 0 is the default trace.
-    XTrace(unsigned int handle, const char* traceMask, char level, const char* name);
+    XTrace(unsigned int handle, char const* traceMask, char level, char const* name);
 
     /// Writes "< " and the name.
     virtual ~XTrace();
@@ -28,13 +28,13 @@ public:
     XTrace& operator=(XTrace const&) = delete;
 
     /// Writes one line of at most 189 characters of text.
-    static void write(unsigned int handle, const char* traceMask, char level, const char* text);
-    static void write(const char* traceMask, char level, const char* text);
+    static void write(unsigned int handle, char const* traceMask, char level, char const* text);
+    static void write(char const* traceMask, char level, char const* text);
 
     /// Writes `length` bytes at `data` under a title of at most 30 characters, which may be null.
-    static void dumpBytes(unsigned int handle, const char* traceMask, char level, const char* title, const void* data,
+    static void dumpBytes(unsigned int handle, char const* traceMask, char level, char const* title, void const* data,
                           unsigned long length);
-    static void dumpBytes(const char* traceMask, char level, const char* title, const void* data, unsigned long length);
+    static void dumpBytes(char const* traceMask, char level, char const* title, void const* data, unsigned long length);
 
 private:
     unsigned int handle_;

@@ -6,7 +6,7 @@
 
 #include <rapidjson/document.h>
 
-#include "block/blockcursor.h"
+#include "block/cursor.h"
 #include "support/hex.h"
 
 // The way back from the JSON of `zelq block` to the bytes that it was made from.

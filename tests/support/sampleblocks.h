@@ -16,10 +16,11 @@ enum Kind {
     endMicrocodeLog,
     baseException,
     exception,
-    trapException
+    trapException,
 };
-inline constexpr Kind allKinds[] = {logData,         microcodeLogData, log,       refcode,      microcodeLog,
-                                    endMicrocodeLog, baseException,    exception, trapException};
+inline constexpr Kind allKinds[] = {
+    logData, microcodeLogData, log, refcode, microcodeLog, endMicrocodeLog, baseException, exception, trapException,
+};
 
 struct PlainMicrocodeLog : XMicrocodeLog {
     using XMicrocodeLog::XMicrocodeLog;

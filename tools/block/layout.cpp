@@ -1,12 +1,9 @@
 #include "tools/block/layout.h"
 
 #include <algorithm>
-#include <type_traits>
+#include <cstring>
 
 #include "exception/layout.h"
-#include "log/layout.h"
-#include "logdata/layout.h"
-#include "mclog/layout.h"
 #include "store/flagnames.h"
 #include "tools/log/microcodelog.h"
 #include "tools/terminal/output.h"
@@ -17,88 +14,33 @@
 namespace zelq {
 namespace {
 
-template <class Value, std::size_t Offset>
-constexpr BlockField named(char const* name, PackedField<Value, Offset>, FieldMeaning meaning = FieldMeaning::number) {
-    return {name, Offset, sizeof(Value), std::is_signed_v<Value>, false, meaning};
-}
-
-template <std::size_t Offset, std::size_t Width>
-constexpr BlockField named(char const* name, PackedText<Offset, Width>) {
-    return {name, Offset, Width, false, true, FieldMeaning::number};
-}
-
-constexpr BlockField logDataFields[] = {
-    named("block id", logDataLayout::blockIdField, FieldMeaning::itemId),
-};
-
-constexpr BlockField logFields[] = {
-    named("class", logLayout::logClassField),
-    named("type", logLayout::logTypeField),
-    named("user", logLayout::userField),
-    named("attributes", logLayout::attributesField, FieldMeaning::attributes),
-    named("reserved 1", logLayout::reserved1Field),
-    named("reserved 2", logLayout::reserved2Field),
-};
-
-constexpr BlockField microcodeLogFields[] = {
-    named("error id", microcodeLogLayout::errorIdField),
-    named("error reason", microcodeLogLayout::errorReasonField),
-    named("owned", microcodeLogLayout::ownedField, FieldMeaning::yesNo),
-};
-
-constexpr BlockField secondaryRefcodeFields[] = {
-    named("class", secondaryRefcodeLayout::logClassField),
-    named("type", secondaryRefcodeLayout::logTypeField),
-    named("error id", secondaryRefcodeLayout::errorIdField),
-    named("error reason", secondaryRefcodeLayout::errorReasonField),
-};
-
-constexpr BlockField exceptionFields[] = {
-    named("severity", exceptionLayout::severityField, FieldMeaning::severity),
-    named("error code group", exceptionLayout::errorCodeGroupField, FieldMeaning::address),
-    named("error id", exceptionLayout::errorIdField),
-    named("name", exceptionLayout::nameField),
-    named("logged", exceptionLayout::loggedField, FieldMeaning::yesNo),
-};
-
-constexpr BlockField locationFields[] = {
-    named("line", exceptionLayout::lineField),
-};
-
-// A field that a class gets later must have a name here as well.
-template <std::size_t Count>
-constexpr bool cover(BlockField const (&fields)[Count], std::size_t size) {
-    std::size_t end = 0;
-    for (BlockField const& field : fields) {
-        if (field.offset != end) {
-            return false;
-        }
-        end += field.size;
-    }
-    return end == size;
-}
-static_assert(cover(logDataFields, logDataLayout::baseBlockSize));
-static_assert(cover(logFields, logLayout::baseBlockSize));
-static_assert(cover(microcodeLogFields, microcodeLogLayout::baseBlockSize));
-static_assert(cover(secondaryRefcodeFields, secondaryRefcodeLayout::baseBlockSize));
-static_assert(cover(exceptionFields, exceptionLayout::baseBlockSize));
-static_assert(cover(locationFields, exceptionLayout::lineBlockSize));
-
-// A class that only wraps the block of its base class has no children of its own.
+// Every class that has a block form, and the records that blocks have as parts.
+// clang-format off
 constexpr BlockLayout layouts[] = {
-    {exceptionClass, "XException", 0, {}, {}, baseExceptionClass},
-    {trapExceptionClass, "XTrapException", 0, {}, {}, baseExceptionClass},
-    {logClassCode, "XLog", 0, logLayout::children, logFields},
-    {microcodeLogClass, "XMicrocodeLog", 0, microcodeLogLayout::children, microcodeLogFields, logClassCode},
-    {endMicrocodeLogClass, "XEndMicrocodeLog", 0, {}, {}, microcodeLogClass},
-    {logDataClass, "XLogData", 0, logDataLayout::children, logDataFields},
-    {microcodeLogDataClass, "XMicrocodeLogData", 0, {}, {}, logDataClass},
-    {baseExceptionClass, "XBaseException", 0, exceptionLayout::children, exceptionFields},
-    {microcodeLogLayout::secondaryRefcodeBlock, "SecondaryRefcodeInfo", microcodeLogClass,
-     secondaryRefcodeLayout::children, secondaryRefcodeFields},
-    {exceptionLayout::locationBlock, "locationBlock", baseExceptionClass, exceptionLayout::locationChildren,
-     locationFields},
+    logDataLayout::layout,
+    microcodeLogDataLayout::layout,
+    logLayout::layout,
+    microcodeLogLayout::layout,
+    secondaryRefcodeLayout::layout,
+    endMicrocodeLogLayout::layout,
+    baseExceptionLayout::layout,
+    locationLayout::layout,
+    exceptionLayout::layout,
+    trapExceptionLayout::layout,
 };
+// clang-format on
+
+constexpr bool haveDifferentTypes(TableRange<BlockLayout> all) {
+    for (BlockLayout const& one : all) {
+        for (BlockLayout const* other = &one + 1; other != all.end(); ++other) {
+            if (one.type == other->type && one.parent == other->parent) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+static_assert(haveDifferentTypes(layouts), "two blocks have one type");
 
 std::string attributeWords(std::int64_t attributes) {
     std::string words = (attributes & XLOG_ERROR) != 0 ? "error" : "informational";
@@ -126,10 +68,8 @@ std::string itemWords(std::int64_t itemId) {
 
 }  // namespace
 
-BlockChildKind const* BlockLayout::childOf(unsigned short childType) const {
-    auto const* const kind = std::find_if(children.begin(), children.end(),
-                                          [childType](BlockChildKind const& k) { return k.type == childType; });
-    return kind == children.end() ? nullptr : kind;
+TableRange<BlockLayout> blockLayouts() {
+    return layouts;
 }
 
 // On its own, a block of a small type can only be a record that some class has as a part.

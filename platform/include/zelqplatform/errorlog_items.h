@@ -8,6 +8,9 @@
 // What the items mean with which a microcode log is recorded. The log makes them, the error-log service
 // and whoever shows records look into them. All of it reaches disk and other processes: never change it.
 
+/// Log class of the microcode logs that programs build.
+constexpr unsigned char xlog_microcode_class = 10;
+
 /// Ids of the items that a microcode log makes itself; a program's own items may have them too.
 enum xlog_item : std::uint8_t {
     XLOG_ITEM_FIRST_TEXT = 0xE0,  ///< texts get the numbers from here on: the log's own, then secondary codes
@@ -52,7 +55,7 @@ struct xlog_error_code {
 constexpr std::size_t xlog_reference_code_size = 17;
 
 /// Writes a reference code as people quote it, "A0420022 00000018": class, type, error id and error
-/// reason in upper-case hexadecimal digits. Class 10 reads A0. Writes no zero byte.
+/// reason in upper-case hexadecimal digits. The class of microcode logs reads A0. Writes no zero byte.
 inline void xlog_put_reference_code(char (&text)[xlog_reference_code_size], unsigned char logClass,
                                     unsigned char logType, xlog_error_code code) {
     char* end = text;
@@ -61,7 +64,7 @@ inline void xlog_put_reference_code(char (&text)[xlog_reference_code_size], unsi
             *end++ = "0123456789ABCDEF"[number >> 4 * digits & 0xF];
         }
     };
-    put(logClass == 10 ? 0xA0 : logClass, 2);
+    put(logClass == xlog_microcode_class ? 0xA0 : logClass, 2);
     put(logType, 2);
     put(code.id, 4);
     *end++ = ' ';

@@ -1,10 +1,11 @@
-#include "block/blockwriter.h"
+#include "block/writer.h"
 
 #include <cstring>
 #include <limits>
 #include <memory>
 #include <new>
 
+#include "block/layout.h"
 #include "zelqcood/block.h"
 
 BlockWriter::BlockWriter(unsigned short blockType) : block_(createBlock(blockType, blockFormat)) {}

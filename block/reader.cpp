@@ -1,4 +1,4 @@
-#include "block/blockreader.h"
+#include "block/reader.h"
 
 #include <cstring>
 
@@ -54,11 +54,11 @@ void BlockReader::reportChild(BlockChildKind const& kind, ChildFault fault) cons
     }
 }
 
-BlockReader BlockReader::children(char const* unknownType) const {
-    BlockReader inner(child_.start, component_, level_);
-    inner.unknownType_ = unknownType;
-    inner.cursor_ = BlockCursor(child_.start, child_.header.size);
-    return inner;
+BlockReader BlockReader::inside(unsigned char* block, TraceMask& component, char level, char const* unknownType) {
+    BlockReader reader(block, component, level);
+    reader.unknownType_ = unknownType;
+    reader.cursor_ = BlockCursor(block, BlockHeader::load(block).size);
+    return reader;
 }
 
 ZoString BlockReader::textAt(unsigned char const* characters, std::size_t most) {

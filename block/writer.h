@@ -1,9 +1,8 @@
-#ifndef ZELQCOOD_BLOCK_BLOCKWRITER_H
-#define ZELQCOOD_BLOCK_BLOCKWRITER_H
+#ifndef ZELQCOOD_BLOCK_WRITER_H
+#define ZELQCOOD_BLOCK_WRITER_H
 
 #include <cstddef>
 
-#include "block/classcodes.h"
 #include "block/packedfields.h"
 
 /// A block under construction. It owns the block until release(), so that an allocation that

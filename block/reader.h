@@ -1,10 +1,9 @@
-#ifndef ZELQCOOD_BLOCK_BLOCKREADER_H
-#define ZELQCOOD_BLOCK_BLOCKREADER_H
+#ifndef ZELQCOOD_BLOCK_READER_H
+#define ZELQCOOD_BLOCK_READER_H
 
 #include <cstddef>
 
-#include "block/blockcursor.h"
-#include "block/childkind.h"
+#include "block/layout.h"
 #include "trace/message.h"
 #include "zelqplatform/zostring.h"
 
@@ -26,6 +25,10 @@ public:
     /// `block` may be null, which accepts() reports; otherwise it holds at least a header.
     BlockReader(unsigned char* block, TraceMask& component, char level)
         : block_(block), component_(component), level_(level) {}
+
+    /// Reads the children of a block whose header has been checked as some block's child. A type that it
+    /// does not know is reported in the caller's words.
+    static BlockReader inside(unsigned char* block, TraceMask& component, char level, char const* unknownType);
 
     /// True when the block is there and has this type, format 1 and a possible size. `expected` is
     /// how the message gives the expected type, by default in hexadecimal.
@@ -80,10 +83,6 @@ public:
 
     /// The current child's characters up to the first zero byte, or all of them.
     ZoString text() const { return textAt(body(), bodySize()); }
-
-    /// A reader of the current child's own children, whose header has been checked as a child's. A
-    /// type that it does not know is reported in words of its own.
-    BlockReader children(char const* unknownType) const;
 
 private:
     static BlockChildKind const* kindOf(BlockChild const& child, BlockChildKind const* kind,

@@ -1,22 +1,17 @@
 // Recording a microcode log, and the trace snapshots that go with it.
 
+#include "zelqcood/mclog.h"
+
 #include <cstring>
 #include <new>
 
-#include "block/packedfields.h"
-#include "mclog/addeditems.h"
-#include "trace/message.h"
-#include "zelqcood/mclog.h"
+#include "log/rollback.h"
 #include "zelqplatform/errorlog_items.h"
 #include "zelqplatform/trace_service.h"
 
 namespace {
 
 constexpr unsigned int lineWidth = 80;
-
-constexpr PackedField<std::uint16_t, 0> errorIdField = {};
-constexpr PackedField<std::int32_t, 2> errorReasonField = {};
-constexpr std::size_t referenceCodeSize = errorReasonField.end;
 
 // Puts a text item at the front of the list, which owns it from then on.
 void insertText(std::list<XLogData*>& items, ZoString const& text) {
@@ -80,12 +75,13 @@ void addSnapshot(XMicrocodeLog& log, unsigned int lines, xlog_item blockId, Fetc
 }  // namespace
 
 ZoString XMicrocodeLog::secondaryRefcodeText() const {
-    ZoString text("Secondary Reference Codes:\n");
+    ZoString text(xlog_secondary_heading);
     for (SecondaryRefcodeInfo const& refcode : *secondaryRefcodes_) {
-        unsigned const logClass = refcode.logClass() == 10 ? 0xA0 : refcode.logClass();
-        text += message("\n", hexadecimal(logClass, 2), hexadecimal(refcode.logType(), 2),
-                        hexadecimal(refcode.errorId(), 4), " ",
-                        hexadecimal(static_cast<std::uint32_t>(refcode.errorReason()), 8));
+        char code[xlog_reference_code_size];
+        xlog_put_reference_code(code, refcode.logClass(), refcode.logType(),
+                                {refcode.errorId(), refcode.errorReason()});
+        text += "\n";
+        text += ZoString(code, sizeof code);
     }
     return text;
 }
@@ -93,31 +89,31 @@ ZoString XMicrocodeLog::secondaryRefcodeText() const {
 XMicrocodeLog& XMicrocodeLog::log() {
     bool const hasRefcodes = !secondaryRefcodes_->empty();
     if (hasRefcodes) {
-        insertText(*data_, secondaryRefcodeText());
+        insertText(items(), secondaryRefcodeText());
     }
     ZoString recorded = text();
     if (hasFlag(omitBacktrace) == 0) {
         recorded += "\n";
         recorded += backtrace();
     }
-    insertText(*data_, recorded);
-    numberFormats(*data_);
+    insertText(items(), recorded);
+    numberFormats(items());
 
-    PackedFields<referenceCodeSize> code;
-    code.put(errorIdField, errorId()).put(errorReasonField, errorReason());
-    addData(XLogData(const_cast<unsigned char*>(code.bytes()), code.size, XLOG_ITEM_ERROR_CODE));
+    unsigned char code[xlog_error_code::bytes];
+    xlog_error_code{errorId(), errorReason()}.store(code);
+    addData(XLogData(code, sizeof code, XLOG_ITEM_ERROR_CODE));
 
     XLog::log();
-    removeFirst(*data_);
+    removeFirst(items());
     if (hasRefcodes) {
-        removeFirst(*data_);
+        removeFirst(items());
     }
     return *this;
 }
 
 XMicrocodeLog& XMicrocodeLog::addTraceBlocks(unsigned int systemLines, unsigned int processLines,
                                              unsigned int threadLines) {
-    AddedItems added(*data_);
+    XLog::Rollback rollback(*this);
     if (isSystemTrace() != 0 && systemLines != 0) {
         addSnapshot(*this, systemLines, XLOG_ITEM_SYSTEM_TRACE, [systemLines](char* buffer) {
             int ignored[2];
@@ -136,6 +132,6 @@ XMicrocodeLog& XMicrocodeLog::addTraceBlocks(unsigned int systemLines, unsigned 
             return xtr_fetch_tid(buffer, threadLines * lineWidth, &ignored);
         });
     }
-    added.keep();
+    rollback.keep();
     return *this;
 }
