@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/text.h"
 #include "tools/terminal/pager.h"
 
 namespace zelq {
@@ -78,9 +79,6 @@ std::size_t columns(std::string_view text);
 
 /// `text` followed by spaces up to `width` columns; unchanged when it is wider.
 std::string padded(std::string text, std::size_t width);
-
-/// `number` in at least `digits` hexadecimal digits, in lower case.
-std::string hexDigits(std::uint64_t number, int digits);
 
 /// "1 line", "2 lines".
 std::string counted(std::uint64_t number, char const* singular);
