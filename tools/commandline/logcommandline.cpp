@@ -128,12 +128,12 @@ LogPruneOptions LogCommandLine::pruneOptions() const {
     LogPruneOptions options;
     options.isDryRun = isDryRun_;
     if (!keepDays_.empty()) {
-        options.sinceUs = parseDaysBeforeNow(keepDays_);
+        options.limits.sinceUs = parseDaysBeforeNow(keepDays_);
     }
     if (!keepBytes_.empty()) {
-        options.bytes = parseBytes(keepBytes_);
+        options.limits.bytes = parseBytes(keepBytes_);
     }
-    if (!options.sinceUs.has_value() && !options.bytes.has_value()) {
+    if (!options.limits.sinceUs.has_value() && !options.limits.bytes.has_value()) {
         throw UsageError{"'log prune' needs --keep-days or --keep-bytes"};
     }
     return options;

@@ -11,6 +11,7 @@
 #include "store/reader.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/commands.h"
+#include "tools/log/faultlist.h"
 #include "tools/log/folderreport.h"
 #include "tools/log/microcodelog.h"
 #include "tools/terminal/progress.h"
@@ -194,7 +195,7 @@ int countLogs(LogStatsOptions const& options, Output& output) {
             }
             return true;
         },
-        &progress);
+        [&](off_t bytes) { progress.advance(bytes); });
     progress.hide();
     if (statistics.records > 0) {
         output.startPager();

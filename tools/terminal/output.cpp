@@ -155,10 +155,6 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
-std::string counted(std::uint64_t number, char const* singular) {
-    return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
-}
-
 void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
     std::string characters;
     for (std::size_t i = 0; i < width; ++i) {
@@ -172,23 +168,6 @@ void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
         }
     }
     to += " |" + characters + "|\n";
-}
-
-std::string byteCount(std::uint64_t number) {
-    if (number < 1024) {
-        return counted(number, "byte");
-    }
-    double value = static_cast<double>(number);
-    char const* unit = nullptr;
-    for (char const* const next : {"KiB", "MiB", "GiB"}) {
-        if (unit == nullptr || value >= 1024) {
-            value /= 1024;
-            unit = next;
-        }
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f %s", value, unit);
-    return text;
 }
 
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
