@@ -12,7 +12,7 @@ void addFormat(CLI::App& command, std::string& format, std::vector<std::string> 
 }
 
 // Each use of the option adds one value, and takes no other words of the command line.
-void addRepeatable(CLI::App& command, char const* name, std::vector<std::string>& values, char const* what,
+void addRepeatable(CLI::App& command, char const* name, std::vector<std::string>& values, std::string what,
                    char const* type) {
     command.add_option(name, values, what)->allow_extra_args(false)->type_name(type);
 }
@@ -56,7 +56,7 @@ LogCommandLine::LogCommandLine(CLI::App& app)
 }
 
 void LogCommandLine::addFilter(CLI::App& command) {
-    addRepeatable(command, "--severity", severities_, "only error, or only info", "NAME");
+    addRepeatable(command, "--severity", severities_, "only " + severityChoice(", or only "), "NAME");
     addRepeatable(command, "--class", classes_,
                   "only this class, in hexadecimal digits as listed; 0a is\nwhat reference codes call A0", "CLASS");
     addRepeatable(command, "--event", events_, "only this event; * and ? stand for other characters", "NAME");

@@ -7,13 +7,14 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "common/calendar.h"
 #include "common/text.h"
+#include "store/microcodelog.h"
 #include "store/reader.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/commands.h"
 #include "tools/log/faultlist.h"
 #include "tools/log/folderreport.h"
-#include "tools/log/microcodelog.h"
 #include "tools/terminal/progress.h"
 #include "tools/terminal/terminal.h"
 
