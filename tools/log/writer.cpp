@@ -1,5 +1,6 @@
 #include "tools/log/writer.h"
 
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -65,10 +66,16 @@ constexpr DerivedColumn derivedColumns[] = {
     {16, "text", printableText},
 };
 
-constexpr int columnCount = 16;
+constexpr int countColumns() {
+    int count = static_cast<int>(std::size(derivedColumns));
+    for (RecordField<std::string> const& field : recordFields<std::string>) {
+        count += field.column != 0 ? 1 : 0;
+    }
+    return count;
+}
+constexpr int columnCount = countColumns();
 
 constexpr bool hasEachColumnOnce() {
-    int total = 0;
     for (int number = 1; number <= columnCount; ++number) {
         int count = 0;
         for (DerivedColumn const& column : derivedColumns) {
@@ -76,11 +83,12 @@ constexpr bool hasEachColumnOnce() {
         }
         for (RecordField<std::string> const& field : recordFields<std::string>) {
             count += field.column == number ? 1 : 0;
-            total += number == 1 && field.column > columnCount ? 1 : 0;
         }
-        total += count == 1 ? 0 : 1;
+        if (count != 1) {
+            return false;
+        }
     }
-    return total == 0;
+    return true;
 }
 static_assert(hasEachColumnOnce());
 
