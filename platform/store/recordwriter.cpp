@@ -60,7 +60,7 @@ class LineWriter : public rapidjson::Writer<LineStream, rapidjson::UTF8<>, rapid
 public:
     LineWriter(LineStream& stream, JsonMemory& memory) : Writer(stream, &memory, 4) {}
 
-    // RapidJSON's functions are inlined wherever they are called: ten times otherwise.
+    // The compiler inlines RapidJSON's functions at every call, which makes the library a tenth larger.
     [[gnu::noinline]] void number(std::uint64_t value) { Uint64(value); }
     [[gnu::noinline]] void beginObject() { StartObject(); }
     [[gnu::noinline]] void endObject() { EndObject(); }
