@@ -1,7 +1,6 @@
 // What recording one log costs: rendering alone, with the store in memory, where a sync costs
 // nothing, and on a disk, where it is nearly everything. Beside each stands what it cannot be
 // cheaper than: a JSON writer's plain string, and one write (with one sync) of as many bytes.
-// Build with services/recordjson.cpp and services/textencoding.cpp.
 
 #include <benchmark/benchmark.h>
 
@@ -52,7 +51,13 @@ public:
 
     std::string line() const {
         std::string line;
-        zelq::renderRecord(record_, {0x0123456789ABCDEF, {1764000000, 0}, "host", "program", 1, 1}, 0, line);
+        zelq::RecordView view = zelq::viewOf(record_);
+        view.id = "0123456789abcdef";
+        view.timeUs = 1764000000000000;
+        view.host = "host";
+        view.program = "program";
+        view.pid = view.tid = 1;
+        zelq::renderRecord(view, line);
         return line;
     }
 

@@ -8,8 +8,7 @@
 #include <set>
 
 #include "entry.h"
-#include "store/append.h"
-#include "store/faults.h"
+#include "store/layout.h"
 #include "store/reader.h"
 #include "store/recordwriter.h"
 #include "surroundings.h"
@@ -64,23 +63,24 @@ struct Handed {
 
 std::string written(Record const& read) {
     Handed const handed(read);
-    auto const id = std::strtoull(read.id.c_str(), nullptr, 16);
-    long long const timeUs = std::max(read.timeUs, 0LL);
-    timespec const time = {static_cast<time_t>(timeUs / 1000000), static_cast<long>(timeUs % 1000000 * 1000)};
+    zelq::RecordView view = zelq::viewOf(handed.record);
+    view.id = read.id;
+    view.timeUs = std::max(read.timeUs, 0LL);
+    view.host = read.host;
+    view.program = read.program;
+    view.pid = read.pid;
+    view.tid = read.tid;
+    view.lostBefore = read.lostBefore;
     std::string line;
-    zelq::renderRecord(handed.record,
-                       {id, time, read.host.c_str(), read.program.c_str(), static_cast<int>(read.pid & 0x7FFFFFFF),
-                        static_cast<int>(read.tid & 0x7FFFFFFF)},
-                       read.lostBefore, line);
+    zelq::renderRecord(view, line);
     return line;
 }
 
 Record parsed(std::string const& line) {
     Record record;
     require(line.find('\n') == line.size() - 1, "a written record is not one line");
-    std::string const reason = parseRecord(std::string_view(line).substr(0, line.size() - 1), &record).reason;
-    if (!reason.empty()) {
-        fail(reason + " in the written line\n" + line);
+    if (auto const fault = parseRecord(std::string_view(line).substr(0, line.size() - 1), record)) {
+        fail(fault->reason + " in the written line\n" + line);
     }
     return record;
 }
@@ -103,9 +103,7 @@ void checkRoundTrip(Record const& record) {
 std::size_t putFiles(std::string const& folder, std::string_view input) {
     std::size_t lines = 0;
     for (unsigned index = 0; index < filesMax; ++index) {
-        char name[zelq::storeNameSize];
-        zelq::storeFileName(index, name);
-        std::string const path = folder + "/" + name;
+        std::string const path = folder + "/" + zelq::storeFileName(index).text;
         if (index > 0 && input.empty()) {
             unlink(path.c_str());
             continue;

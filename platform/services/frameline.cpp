@@ -3,12 +3,17 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <utility>
+
+#include "common/text.h"
+#include "zelqplatform/errorlog_items.h"
 
 namespace zelq {
 namespace {
@@ -17,9 +22,7 @@ namespace {
 constexpr std::size_t nameLimit = 256;
 
 std::string hexadecimal(std::uintptr_t value, int digits = 1) {
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%0*llx", digits, static_cast<unsigned long long>(value));
-    return text;
+    return "0x" + hexDigits(value, digits);
 }
 
 // A name comes from a file: none of its bytes may end the line or steer a terminal.
@@ -27,7 +30,7 @@ void appendName(std::string& line, char const* name) {
     std::size_t const length = strnlen(name, nameLimit + 1);
     for (std::size_t i = 0; i < length && i < nameLimit; ++i) {
         auto const byte = static_cast<unsigned char>(name[i]);
-        line += byte < 0x20 || byte == 0x7F ? '?' : name[i];
+        line += isControl(&byte, 1) ? '?' : name[i];
     }
     if (length > nameLimit) {
         line += "...";
@@ -108,6 +111,38 @@ bool FrameDescriber::findInFile(link_map const& module, void const* image, std::
         }
     }
     return symbols_.find(address, function);
+}
+
+MallocText::MallocText(std::size_t capacity) : data_(static_cast<char*>(std::malloc(capacity))), capacity_(capacity) {
+    if (data_ == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+void MallocText::grow(std::size_t count) {
+    std::size_t const capacity = std::max(capacity_ * 2, size_ + count + 1);
+    auto* const data = static_cast<char*>(std::realloc(data_, capacity));
+    if (data == nullptr) {
+        throw std::bad_alloc();
+    }
+    data_ = data;
+    capacity_ = capacity;
+}
+
+char* MallocText::release() {
+    return std::exchange(data_, nullptr);
+}
+
+void appendNumbered(MallocText& text, std::size_t number, std::string const& line) {
+    constexpr FrameHead first = frameHead(0);
+    static_assert(std::string_view(first.text, first.size) == std::string_view(xlog_first_frame).substr(0, first.size),
+                  "backtraces are recognised by it");
+    FrameHead const head = frameHead(number);
+    if (text.size() != 0) {
+        text.append("\n", 1);
+    }
+    text.append(head.text, head.size);
+    text.append(line.data(), line.size());
 }
 
 }  // namespace zelq

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "store/textencoding.h"
+#include "common/text.h"
 
 namespace zelq {
 namespace {
@@ -17,7 +17,7 @@ std::string keyOf(char const* name) {
 std::string textOf(std::string_view bytes) {
     std::string text;
     std::string_view const characters = bytes.substr(0, bytes.find('\0'));
-    appendReplacingInvalid(reinterpret_cast<unsigned char const*>(characters.data()), characters.size(), text);
+    appendReplacingInvalid(characters, text);
     return text;
 }
 
@@ -124,11 +124,10 @@ void BlockJsonPrinter::write(std::string_view name, std::string_view text) {
 }
 
 void BlockJsonPrinter::writeHex(char const* name, std::string_view bytes) {
-    std::string digits;
-    digits.reserve(2 * bytes.size());
+    std::string digits(2 * bytes.size(), '0');
+    char* end = digits.data();
     for (char const c : bytes) {
-        digits += "0123456789abcdef"[static_cast<unsigned char>(c) >> 4];
-        digits += "0123456789abcdef"[static_cast<unsigned char>(c) & 0xF];
+        end = putHexDigits(end, static_cast<unsigned char>(c), 2);
     }
     write(name, digits);
 }

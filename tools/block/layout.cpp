@@ -4,8 +4,8 @@
 #include <cstring>
 
 #include "exception/layout.h"
-#include "store/flagnames.h"
-#include "tools/log/microcodelog.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
 #include "tools/terminal/output.h"
 #include "zelqcood/logdata.h"
 #include "zelqplatform/errorlog_items.h"
@@ -43,9 +43,10 @@ constexpr bool haveDifferentTypes(TableRange<BlockLayout> all) {
 static_assert(haveDifferentTypes(layouts), "two blocks have one type");
 
 std::string attributeWords(std::int64_t attributes) {
-    std::string words = (attributes & XLOG_ERROR) != 0 ? "error" : "informational";
-    std::int64_t unnamed = attributes & ~std::int64_t{XLOG_ERROR};
-    for (FlagName const& flag : flagNames) {
+    Severity const& severity = severityOf(static_cast<unsigned>(attributes));
+    std::string words = severity.stored;
+    std::int64_t unnamed = attributes & ~std::int64_t{severity.bit};
+    for (xlog_attribute_name const& flag : xlog_attribute_names) {
         if ((attributes & flag.bit) != 0) {
             words += std::string(", ") + flag.name;
             unnamed &= ~std::int64_t{flag.bit};

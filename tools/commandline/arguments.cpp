@@ -3,9 +3,10 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <limits>
 
+#include "common/systemcalls.h"
+#include "store/severity.h"
 #include "tools/commandline/timetext.h"
 
 namespace zelq {
@@ -27,9 +28,7 @@ bool parseNumber(std::string const& text, int base, std::uint64_t most, std::uin
 }
 
 long long nowUs() {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+    return clockNs(CLOCK_REALTIME) / 1000;
 }
 
 }  // namespace
@@ -46,11 +45,11 @@ std::size_t parseNewest(std::string const& text) {
 }
 
 long long parseTime(std::string const& text) {
-    long long moment = 0;
-    if (!parseGivenTime(text, nowUs(), &moment)) {
+    std::optional<long long> const moment = parseGivenTime(text, nowUs());
+    if (!moment.has_value()) {
         throw UsageError{"not a time: '" + text + "' (such as \"2026-11-22 10:00\", \"10 min ago\", yesterday)"};
     }
-    return moment;
+    return *moment;
 }
 
 std::string parseId(std::string text) {
@@ -95,11 +94,20 @@ std::uint64_t parseClass(std::string const& text) {
     return number;
 }
 
-std::string parseSeverity(std::string const& text) {
-    if (text != "error" && text != "info" && text != "informational") {
-        throw UsageError{"not a severity: '" + text + "' (error or info)"};
+std::string severityChoice(char const* between) {
+    std::string choice;
+    for (Severity const& severity : severities) {
+        choice += (choice.empty() ? "" : between) + std::string(severity.shown);
     }
-    return text == "error" ? "error" : "info";
+    return choice;
+}
+
+std::string parseSeverity(std::string const& text) {
+    Severity const* const severity = severityNamed(text);
+    if (severity == nullptr) {
+        throw UsageError{"not a severity: '" + text + "' (" + severityChoice(" or ") + ")"};
+    }
+    return severity->shown;
 }
 
 TextPattern parsePattern(std::string const& text) {

@@ -35,7 +35,10 @@ std::uint64_t parseBytes(std::string const& text);
 /// A number of up to eight bits in hexadecimal digits, as lists show it.
 std::uint64_t parseClass(std::string const& text);
 
-/// "error" or "info", as shownSeverity() names them; "informational" is understood.
+/// The shown words of all severities.
+std::string severityChoice(char const* between);
+
+/// A severity's shown word; its stored one is understood as well.
 std::string parseSeverity(std::string const& text);
 
 TextPattern parsePattern(std::string const& text);

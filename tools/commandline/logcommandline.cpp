@@ -12,7 +12,7 @@ void addFormat(CLI::App& command, std::string& format, std::vector<std::string> 
 }
 
 // Each use of the option adds one value, and takes no other words of the command line.
-void addRepeatable(CLI::App& command, char const* name, std::vector<std::string>& values, char const* what,
+void addRepeatable(CLI::App& command, char const* name, std::vector<std::string>& values, std::string what,
                    char const* type) {
     command.add_option(name, values, what)->allow_extra_args(false)->type_name(type);
 }
@@ -56,7 +56,7 @@ LogCommandLine::LogCommandLine(CLI::App& app)
 }
 
 void LogCommandLine::addFilter(CLI::App& command) {
-    addRepeatable(command, "--severity", severities_, "only error, or only info", "NAME");
+    addRepeatable(command, "--severity", severities_, "only " + severityChoice(", or only "), "NAME");
     addRepeatable(command, "--class", classes_,
                   "only this class, in hexadecimal digits as listed; 0a is\nwhat reference codes call A0", "CLASS");
     addRepeatable(command, "--event", events_, "only this event; * and ? stand for other characters", "NAME");
@@ -128,12 +128,12 @@ LogPruneOptions LogCommandLine::pruneOptions() const {
     LogPruneOptions options;
     options.isDryRun = isDryRun_;
     if (!keepDays_.empty()) {
-        options.sinceUs = parseDaysBeforeNow(keepDays_);
+        options.limits.sinceUs = parseDaysBeforeNow(keepDays_);
     }
     if (!keepBytes_.empty()) {
-        options.bytes = parseBytes(keepBytes_);
+        options.limits.bytes = parseBytes(keepBytes_);
     }
-    if (!options.sinceUs.has_value() && !options.bytes.has_value()) {
+    if (!options.limits.sinceUs.has_value() && !options.limits.bytes.has_value()) {
         throw UsageError{"'log prune' needs --keep-days or --keep-bytes"};
     }
     return options;

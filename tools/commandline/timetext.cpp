@@ -1,8 +1,9 @@
 #include "tools/commandline/timetext.h"
 
 #include <cctype>
-#include <cstdio>
 #include <ctime>
+
+#include "common/calendar.h"
 
 namespace zelq {
 namespace {
@@ -50,129 +51,34 @@ constexpr Unit units[] = {
     {"years", 365.25 * dayUs},
 };
 
-/// Takes one piece after the other from the front of a text.
-class Scanner {
-public:
-    explicit Scanner(std::string_view text) : left_(text) {}
-
-    bool atEnd() const { return left_.empty(); }
-
-    bool take(char c) {
-        bool const found = !left_.empty() && left_[0] == c;
-        left_.remove_prefix(found ? 1 : 0);
-        return found;
+// Local time goes through the C library, which knows the zone.
+std::optional<long long> momentOf(CalendarTime const& time, bool utc) {
+    if (!exists(time)) {
+        return std::nullopt;
     }
-
-    void skipSpaces() {
-        while (take(' ')) {
-        }
+    if (utc) {
+        return utcMoment(time);
     }
-
-    /// Between `fewest` and `most` decimal digits.
-    bool takeNumber(std::size_t fewest, std::size_t most, int* number) {
-        std::size_t count = 0;
-        int value = 0;
-        while (count < most && count < left_.size() && std::isdigit(static_cast<unsigned char>(left_[count])) != 0) {
-            value = value * 10 + (left_[count++] - '0');
-        }
-        if (count < fewest) {
-            return false;
-        }
-        *number = value;
-        left_.remove_prefix(count);
-        return true;
-    }
-
-    /// Digits behind a decimal point as microseconds; more than six are read and dropped.
-    bool takeFraction(int* us) {
-        int digit = 0;
-        int count = 0;
-        for (*us = 0; takeNumber(1, 1, &digit); ++count) {
-            *us = count < 6 ? *us * 10 + digit : *us;
-        }
-        for (int missing = count; missing < 6; ++missing) {
-            *us *= 10;
-        }
-        return count > 0;
-    }
-
-    bool takeDecimal(double* number) {
-        double value = 0;
-        int digit = 0;
-        int count = 0;
-        for (; takeNumber(1, 1, &digit); ++count) {
-            value = value * 10 + digit;
-        }
-        int us = 0;
-        if (count == 0 || (take('.') && !takeFraction(&us))) {
-            return false;
-        }
-        *number = value + us / 1e6;
-        return true;
-    }
-
-    std::string_view takeWord() {
-        std::size_t count = 0;
-        while (count < left_.size() && std::isalpha(static_cast<unsigned char>(left_[count])) != 0) {
-            ++count;
-        }
-        std::string_view const word = left_.substr(0, count);
-        left_.remove_prefix(count);
-        return word;
-    }
-
-private:
-    std::string_view left_;
-};
-
-bool takeDate(Scanner& scanner, tm* moment) {
-    int year = 0;
-    int month = 0;
-    int day = 0;
-    if (!scanner.takeNumber(4, 4, &year) || !scanner.take('-') || !scanner.takeNumber(1, 2, &month) ||
-        !scanner.take('-') || !scanner.takeNumber(1, 2, &day)) {
-        return false;
-    }
-    moment->tm_year = year - 1900;
-    moment->tm_mon = month - 1;
-    moment->tm_mday = day;
-    return true;
-}
-
-// "10:00", "10:00:01" or "10:00:01.5"; the ranges are left to toMicroseconds().
-bool takeTimeOfDay(Scanner& scanner, tm* moment, int* us) {
-    if (!scanner.takeNumber(1, 2, &moment->tm_hour) || !scanner.take(':') ||
-        !scanner.takeNumber(2, 2, &moment->tm_min)) {
-        return false;
-    }
-    if (scanner.take(':') && !scanner.takeNumber(2, 2, &moment->tm_sec)) {
-        return false;
-    }
-    return !scanner.take('.') || scanner.takeFraction(us);
-}
-
-// Also turns down what the C library would silently carry over, such as 30 February.
-bool toMicroseconds(tm moment, int us, bool utc, long long* timeUs) {
-    tm checked = moment;
-    checked.tm_isdst = -1;
-    time_t const seconds = utc ? timegm(&checked) : mktime(&checked);
-    bool const rightDate = checked.tm_mday == moment.tm_mday && checked.tm_mon == moment.tm_mon;
-    if (!rightDate || moment.tm_hour > 23 || moment.tm_min > 59 || moment.tm_sec > 59) {
-        return false;
-    }
-    *timeUs = static_cast<long long>(seconds) * second + us;
-    return true;
+    tm moment = {};
+    moment.tm_year = time.year - 1900;
+    moment.tm_mon = time.month - 1;
+    moment.tm_mday = time.day;
+    moment.tm_hour = time.hour;
+    moment.tm_min = time.minute;
+    moment.tm_sec = time.second;
+    moment.tm_isdst = -1;
+    return static_cast<long long>(mktime(&moment)) * second + time.us;
 }
 
 // One or more numbers with their units, "1h 30min"; a number without a unit counts seconds.
-bool parseSpan(std::string_view text, double* us) {
+std::optional<double> parseSpan(std::string_view text) {
     Scanner scanner(text);
-    *us = 0;
+    double us = 0;
     scanner.skipSpaces();
     do {
-        double number = 0;
-        if (!scanner.takeDecimal(&number)) {
-            return false;
+        std::optional<double> const number = scanner.takeDecimal();
+        if (!number.has_value()) {
+            return std::nullopt;
         }
         scanner.skipSpaces();
         std::string_view const name = scanner.takeWord();
@@ -181,19 +87,19 @@ bool parseSpan(std::string_view text, double* us) {
             factor = unit.name == name ? unit.us : factor;
         }
         if (factor == 0) {
-            return false;
+            return std::nullopt;
         }
-        *us += number * factor;
+        us += *number * factor;
         scanner.skipSpaces();
     } while (!scanner.atEnd());
-    return *us < 9e18;  // what a long long holds
+    return us < 9e18 ? std::optional<double>(us) : std::nullopt;  // what a long long holds
 }
 
 bool endsWith(std::string_view text, std::string_view end) {
     return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
 
-bool parseMoment(std::string_view text, long long nowUs, long long* timeUs) {
+std::optional<long long> parseMoment(std::string_view text, long long nowUs) {
     bool utc = false;
     // What is without a mark is local time, as the user's clock shows it.
     for (std::string_view const mark : {" utc", "z"}) {
@@ -204,67 +110,48 @@ bool parseMoment(std::string_view text, long long nowUs, long long* timeUs) {
         }
     }
     time_t const now = static_cast<time_t>(nowUs / second);
-    tm moment = {};
-    utc ? gmtime_r(&now, &moment) : localtime_r(&now, &moment);
-    moment.tm_hour = moment.tm_min = moment.tm_sec = 0;
+    tm today = {};
+    utc ? gmtime_r(&now, &today) : localtime_r(&now, &today);
+    today.tm_hour = today.tm_min = today.tm_sec = 0;
     if (text == "today" || text == "yesterday" || text == "tomorrow") {
-        moment.tm_mday += text == "today" ? 0 : text == "tomorrow" ? 1 : -1;
-        moment.tm_isdst = -1;
-        *timeUs = static_cast<long long>(utc ? timegm(&moment) : mktime(&moment)) * second;
-        return true;
+        today.tm_mday += text == "today" ? 0 : text == "tomorrow" ? 1 : -1;
+        today.tm_isdst = -1;
+        return static_cast<long long>(utc ? timegm(&today) : mktime(&today)) * second;
+    }
+    CalendarTime time;
+    time.year = today.tm_year + 1900;
+    time.month = today.tm_mon + 1;
+    time.day = today.tm_mday;
+    Scanner onlyTime(text);  // "10:00" and "2026-..." both begin with digits
+    CalendarTime atTime = time;
+    if (onlyTime.takeTimeOfDay(atTime) && onlyTime.atEnd()) {
+        return momentOf(atTime, utc);
     }
     Scanner scanner(text);
-    int us = 0;
-    Scanner onlyTime = scanner;  // "10:00" and "2026-..." both begin with digits
-    tm atTime = moment;
-    if (takeTimeOfDay(onlyTime, &atTime, &us) && onlyTime.atEnd()) {
-        return toMicroseconds(atTime, us, utc, timeUs);
+    if (!scanner.takeDate(time)) {
+        return std::nullopt;
     }
-    if (!takeDate(scanner, &moment)) {
-        return false;
+    if (!scanner.atEnd()) {
+        if (!scanner.take('t') && !scanner.take(' ')) {
+            return std::nullopt;
+        }
+        scanner.skipSpaces();
+        if (!scanner.takeTimeOfDay(time) || !scanner.atEnd()) {
+            return std::nullopt;
+        }
     }
-    if (scanner.atEnd()) {
-        return toMicroseconds(moment, 0, utc, timeUs);
-    }
-    if (!scanner.take('t') && !scanner.take(' ')) {
-        return false;
-    }
-    scanner.skipSpaces();
-    us = 0;
-    return takeTimeOfDay(scanner, &moment, &us) && scanner.atEnd() && toMicroseconds(moment, us, utc, timeUs);
+    return momentOf(time, utc);
 }
 
 }  // namespace
 
-bool parseStoredTime(std::string_view text, long long* timeUs) {
-    Scanner scanner(text);
-    tm moment = {};
-    int us = 0;
-    return takeDate(scanner, &moment) && scanner.take('T') && takeTimeOfDay(scanner, &moment, &us) &&
-           scanner.take('Z') && scanner.atEnd() && toMicroseconds(moment, us, true, timeUs);
-}
-
 std::string shownTime(long long timeUs, bool microseconds) {
-    time_t const seconds = static_cast<time_t>(timeUs / second);
-    tm moment = {};
-    gmtime_r(&seconds, &moment);
-    char text[64];
-    std::size_t const length = std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &moment);
-    std::string shown(text, length);
-    if (microseconds) {
-        std::snprintf(text, sizeof text, ".%06d", static_cast<int>(timeUs % second));
-        shown += text;
-    }
-    return shown + "Z";
+    std::string text = storedTime(timeUs);
+    text[text.find('T')] = ' ';
+    return microseconds ? text : text.substr(0, text.find('.')) + "Z";
 }
 
-std::string storedTime(long long timeUs) {
-    std::string text = shownTime(timeUs, true);
-    text[text.find(' ')] = 'T';
-    return text;
-}
-
-bool parseGivenTime(std::string_view given, long long nowUs, long long* timeUs) {
+std::optional<long long> parseGivenTime(std::string_view given, long long nowUs) {
     // Case and surrounding spaces do not matter: "2026-11-22T10:00Z" is as good as "today ".
     std::string text;
     for (char const c : given) {
@@ -275,18 +162,18 @@ bool parseGivenTime(std::string_view given, long long nowUs, long long* timeUs) 
     }
     text.erase(0, text.find_first_not_of(' '));
     if (text.empty()) {
-        return false;
+        return std::nullopt;
     }
     if (text == "now") {
-        *timeUs = nowUs;
-        return true;
+        return nowUs;
     }
-    double us = 0;
     if (text[0] == '@') {
         Scanner scanner(std::string_view(text).substr(1));
-        bool const read = scanner.takeDecimal(&us) && scanner.atEnd() && us < 9e12;
-        *timeUs = static_cast<long long>(us * 1e6);
-        return read;
+        std::optional<double> const seconds = scanner.takeDecimal();
+        if (!seconds.has_value() || !scanner.atEnd() || *seconds >= 9e12) {
+            return std::nullopt;
+        }
+        return static_cast<long long>(*seconds * 1e6);
     }
     double sign = 0;
     std::string_view span = text;
@@ -298,13 +185,10 @@ bool parseGivenTime(std::string_view given, long long nowUs, long long* timeUs) 
         span.remove_suffix(4);
     }
     if (sign == 0) {
-        return parseMoment(text, nowUs, timeUs);
+        return parseMoment(text, nowUs);
     }
-    if (!parseSpan(span, &us)) {
-        return false;
-    }
-    *timeUs = nowUs + static_cast<long long>(sign * us);
-    return true;
+    std::optional<double> const us = parseSpan(span);
+    return us.has_value() ? std::optional<long long>(nowUs + static_cast<long long>(sign * *us)) : std::nullopt;
 }
 
 }  // namespace zelq

@@ -1,17 +1,11 @@
 #ifndef ZELQ_TOOLS_COMMANDLINE_TIMETEXT_H
 #define ZELQ_TOOLS_COMMANDLINE_TIMETEXT_H
 
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace zelq {
-
-/// Reads a time as the store and the JSON output write it, "2026-11-22T10:00:00.123456Z", into
-/// microseconds since 1970. False when it is no such time.
-bool parseStoredTime(std::string_view text, long long* timeUs);
-
-/// The opposite of parseStoredTime().
-std::string storedTime(long long timeUs);
 
 /// Writes microseconds since 1970 as a UTC time for people, "2026-11-22 10:00:00Z"; with six more
 /// digits when `microseconds`.
@@ -25,8 +19,8 @@ std::string shownTime(long long timeUs, bool microseconds);
 ///   @1764000000           seconds since 1970
 ///
 /// A moment is in local time unless "UTC" or "Z" follows it, so that a time that was printed by
-/// shownTime() can be given back. False when it is no such time.
-bool parseGivenTime(std::string_view text, long long nowUs, long long* timeUs);
+/// shownTime() can be given back. None when it is no such time.
+std::optional<long long> parseGivenTime(std::string_view given, long long nowUs);
 
 }  // namespace zelq
 

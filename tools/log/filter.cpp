@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <cctype>
 
-#include "tools/log/microcodelog.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
 
 namespace zelq {
 namespace {
@@ -88,7 +89,7 @@ bool LogFilter::isEmpty() const {
 }
 
 char const* shownSeverity(Record const& record) {
-    return record.severity == "error" ? "error" : "info";
+    return severityStoredAs(record.severity).shown;
 }
 
 }  // namespace zelq

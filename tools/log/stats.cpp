@@ -7,12 +7,14 @@
 #include <rapidjson/stringbuffer.h>
 #include <rapidjson/writer.h>
 
+#include "common/calendar.h"
+#include "common/text.h"
+#include "store/microcodelog.h"
 #include "store/reader.h"
-#include "store/textencoding.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/commands.h"
+#include "tools/log/faultlist.h"
 #include "tools/log/folderreport.h"
-#include "tools/log/microcodelog.h"
 #include "tools/terminal/progress.h"
 #include "tools/terminal/terminal.h"
 
@@ -134,15 +136,14 @@ void writeTally(JsonWriter& writer, char const* name, char const* key, Tally con
     writer.Key(name);
     writer.StartArray();
     for (Tally::Row const& row : tally.rows()) {
-        auto const* const bytes = reinterpret_cast<unsigned char const*>(row.name.data());
         std::string text;
-        appendReplacingInvalid(bytes, row.name.size(), text);
+        appendReplacingInvalid(row.name, text);
         writer.StartObject();
         writer.Key(key);
         write(writer, text);
         if (text != row.name) {
             std::string exact;
-            appendBase64(bytes, row.name.size(), exact);
+            appendBase64(row.name, exact);
             writer.Key((std::string(key) + "_base64").c_str());
             write(writer, exact);
         }
@@ -195,7 +196,7 @@ int countLogs(LogStatsOptions const& options, Output& output) {
             }
             return true;
         },
-        &progress);
+        [&](off_t bytes) { progress.advance(bytes); });
     progress.hide();
     if (statistics.records > 0) {
         output.startPager();

@@ -1,10 +1,15 @@
 #include "tools/log/writer.h"
 
+#include <iterator>
 #include <string>
+#include <string_view>
+#include <variant>
 
+#include "common/calendar.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/filter.h"
-#include "tools/log/microcodelog.h"
 #include "tools/log/recordprinter.h"
 
 namespace zelq {
@@ -27,13 +32,11 @@ std::string quoted(std::string const& text) {
 /// One row of comma-separated values.
 class CsvRow {
 public:
-    CsvRow& add(std::string const& text) {
+    void add(std::string const& text) {
         row_ += isFirst_ ? "" : ",";
         isFirst_ = false;
         row_ += quoted(text);
-        return *this;
     }
-    CsvRow& add(std::uint64_t number) { return add(std::to_string(number)); }
     std::string const& end() { return row_ += "\r\n"; }
 
 private:
@@ -49,6 +52,62 @@ std::string printableText(Record const& record) {
     }
     text.erase(text.find_last_not_of('\n') + 1);
     return text;
+}
+
+/// A column that is no field of the record.
+struct DerivedColumn {
+    int number;
+    std::string_view name;
+    std::string (*value)(Record const& record);
+};
+
+constexpr DerivedColumn derivedColumns[] = {
+    {4, "refcode", referenceCode},
+    {16, "text", printableText},
+};
+
+constexpr int countColumns() {
+    int count = static_cast<int>(std::size(derivedColumns));
+    for (RecordField<std::string> const& field : recordFields<std::string>) {
+        count += field.column != 0 ? 1 : 0;
+    }
+    return count;
+}
+constexpr int columnCount = countColumns();
+
+constexpr bool hasEachColumnOnce() {
+    for (int number = 1; number <= columnCount; ++number) {
+        int count = 0;
+        for (DerivedColumn const& column : derivedColumns) {
+            count += column.number == number ? 1 : 0;
+        }
+        for (RecordField<std::string> const& field : recordFields<std::string>) {
+            count += field.column == number ? 1 : 0;
+        }
+        if (count != 1) {
+            return false;
+        }
+    }
+    return true;
+}
+static_assert(hasEachColumnOnce());
+
+std::string cellText(Record const& record, std::uint64_t Record::*member) {
+    return std::to_string(record.*member);
+}
+
+std::string cellText(Record const& record, std::string Record::*member) {
+    return member == &Record::severity ? shownSeverity(record) : printable(record.*member);
+}
+
+std::string cellText(Record const& record, long long Record::*member) {
+    return storedTime(record.*member);
+}
+
+// Lists have no column.
+template <class Entry>
+std::string cellText(Record const&, std::vector<Entry> Record::*) {
+    return "";
 }
 
 }  // namespace
@@ -92,8 +151,8 @@ void LogWriter::printSummary(Record const& record) {
     std::string const code = referenceCode(record);
     output_.print(padded(printable(record.id.substr(0, shownIdDigits)), shownIdDigits) + " " +
                   shownTime(record.timeUs, false) + " ");
-    std::string const severity = shownSeverity(record);
-    output_.print(severity == "error" ? Style::alarm : Style::plain, padded(severity, 5));
+    Severity const& severity = severityStoredAs(record.severity);
+    output_.print(severity.isAlarming ? Style::alarm : Style::plain, padded(severity.shown, 5));
     std::string const kind = code.empty() ? hexDigits(record.logClass, 2) + " " + hexDigits(record.logType, 2) : code;
     output_.print(" " + padded(kind, codeWidth) + " " + padded(printable(record.event), 12) + " " +
                   printable(record.program) + "\n");
@@ -101,17 +160,26 @@ void LogWriter::printSummary(Record const& record) {
 }
 
 void LogWriter::printRow(Record const& record) {
-    if (!isAnything_) {
-        output_.print(
-            "id,time,severity,refcode,class,type,user,event,log_id,program,pid,tid,host,attributes,lost_before,"
-            "text\r\n");
-    }
+    CsvRow head;
     CsvRow row;
-    row.add(printable(record.id)).add(storedTime(record.timeUs)).add(shownSeverity(record)).add(referenceCode(record));
-    row.add(record.logClass).add(record.logType).add(record.user);
-    row.add(printable(record.event)).add(printable(record.logId)).add(printable(record.program));
-    row.add(record.pid).add(record.tid).add(printable(record.host)).add(record.attributes).add(record.lostBefore);
-    output_.print(row.add(printableText(record)).end());
+    for (int number = 1; number <= columnCount; ++number) {
+        for (DerivedColumn const& column : derivedColumns) {
+            if (column.number == number) {
+                head.add(std::string(column.name));
+                row.add(column.value(record));
+            }
+        }
+        for (RecordField<std::string> const& field : recordFields<std::string>) {
+            if (field.column == number) {
+                head.add(std::string(field.name));
+                std::visit([&](auto member) { row.add(cellText(record, member)); }, field.member);
+            }
+        }
+    }
+    if (!isAnything_) {
+        output_.print(head.end());
+    }
+    output_.print(row.end());
 }
 
 }  // namespace zelq

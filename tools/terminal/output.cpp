@@ -7,8 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "common/uninterrupted.h"
-#include "store/textencoding.h"
+#include "common/systemcalls.h"
 #include "tools/terminal/terminal.h"
 
 namespace zelq {
@@ -53,13 +52,6 @@ bool isDangerous(unsigned character) {
            character == 0x061C || character == 0x200E || character == 0x200F ||
            (character >= 0x202A && character <= 0x202E) ||  // writing direction
            (character >= 0x2066 && character <= 0x2069);
-}
-
-template <class... Arguments>
-void appendFormatted(std::string& to, char const* format, Arguments... arguments) {
-    char buffer[32];
-    std::snprintf(buffer, sizeof buffer, format, arguments...);
-    to += buffer;
 }
 
 }  // namespace
@@ -133,7 +125,7 @@ std::string printable(std::string_view text, bool keepTabs) {
     shown.reserve(text.size());
     auto const* const bytes = reinterpret_cast<unsigned char const*>(text.data());
     for (std::size_t i = 0; i < text.size();) {
-        if (text.size() - i >= 8 && isPrintableAscii(textWord(bytes + i))) {
+        if (text.size() - i >= 8 && isPrintableWord(textWord(bytes + i))) {
             shown.append(text, i, 8);
             i += 8;
             continue;
@@ -141,9 +133,9 @@ std::string printable(std::string_view text, bool keepTabs) {
         std::size_t const length = utf8Length(bytes + i, text.size() - i);
         unsigned const character = length == 0 ? bytes[i] : codePoint(bytes + i, length);
         if (length == 0 || (length == 1 && isDangerous(character) && !(keepTabs && character == '\t'))) {
-            appendFormatted(shown, "\\x%02x", character);
+            shown += "\\x" + hexDigits(character, 2);
         } else if (length > 1 && isDangerous(character)) {
-            appendFormatted(shown, "\\u%04x", character);
+            shown += "\\u" + hexDigits(character, 4);
         } else {
             shown.append(text, i, length);
         }
@@ -163,24 +155,14 @@ std::string padded(std::string text, std::size_t width) {
     return text;
 }
 
-std::string hexDigits(std::uint64_t number, int digits) {
-    std::string text;
-    appendFormatted(text, "%0*llx", digits, static_cast<unsigned long long>(number));
-    return text;
-}
-
-std::string counted(std::uint64_t number, char const* singular) {
-    return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
-}
-
 void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
     std::string characters;
     for (std::size_t i = 0; i < width; ++i) {
         to += i != 0 && i % 8 == 0 ? " " : "";
         if (i < row.size()) {
-            unsigned const byte = static_cast<unsigned char>(row[i]);
-            appendFormatted(to, "%02x ", byte);
-            characters += byte >= 0x20 && byte < 0x7F ? row[i] : '.';
+            auto const byte = static_cast<unsigned char>(row[i]);
+            to += hexDigits(byte, 2) + " ";
+            characters += isPrintableAscii(byte) ? row[i] : '.';
         } else {
             to += "   ";
         }
@@ -188,29 +170,12 @@ void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
     to += " |" + characters + "|\n";
 }
 
-std::string byteCount(std::uint64_t number) {
-    if (number < 1024) {
-        return counted(number, "byte");
-    }
-    double value = static_cast<double>(number);
-    char const* unit = nullptr;
-    for (char const* const next : {"KiB", "MiB", "GiB"}) {
-        if (unit == nullptr || value >= 1024) {
-            value /= 1024;
-            unit = next;
-        }
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f %s", value, unit);
-    return text;
-}
-
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
     // Four digits keep a line below 80 columns; longer items get what they need.
     int const digits = bytes.size() > 0x10000 ? 6 : 4;
     for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
         to.append(indent, ' ');
-        appendFormatted(to, "%0*zx  ", digits, offset);
+        to += hexDigits(offset, digits) + "  ";
         appendHexRow(bytes.substr(offset, 16), 16, to);
     }
 }

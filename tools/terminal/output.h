@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/text.h"
 #include "tools/terminal/pager.h"
 
 namespace zelq {
@@ -79,18 +80,9 @@ std::size_t columns(std::string_view text);
 /// `text` followed by spaces up to `width` columns; unchanged when it is wider.
 std::string padded(std::string text, std::size_t width);
 
-/// `number` in at least `digits` hexadecimal digits, in lower case.
-std::string hexDigits(std::uint64_t number, int digits);
-
-/// "1 line", "2 lines".
-std::string counted(std::uint64_t number, char const* singular);
-
 /// Appends up to `width` bytes in hexadecimal and as characters, which stand in the same column however
 /// few bytes there are.
 void appendHexRow(std::string_view row, std::size_t width, std::string& to);
-
-/// "512 bytes", "1.5 MiB".
-std::string byteCount(std::uint64_t number);
 
 /// Appends a dump of 16 bytes per line, each line after `indent` spaces: offset, hexadecimal, characters.
 void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to);

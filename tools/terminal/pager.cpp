@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 #include "tools/terminal/terminal.h"
 
 namespace zelq {

@@ -3,7 +3,7 @@
 
 #include <sys/types.h>
 
-#include "common/descriptor.h"
+#include "common/systemcalls.h"
 
 namespace zelq {
 

@@ -3,9 +3,9 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 #include <utility>
 
+#include "common/systemcalls.h"
 #include "tools/terminal/output.h"
 #include "tools/terminal/terminal.h"
 
@@ -16,9 +16,7 @@ constexpr long long firstAfterMs = 1000;
 constexpr long long thenEveryMs = 200;
 
 long long nowMs() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    return clockNs(CLOCK_MONOTONIC) / 1000000;
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 #include <rapidjson/writer.h>
 
 #include "common/statefolder.h"
-#include "store/textencoding.h"
+#include "common/text.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/folderreport.h"
 
@@ -48,9 +48,8 @@ private:
         std::snprintf(nanoseconds, sizeof nanoseconds, "%03dZ", static_cast<int>(entry.timeNs % 1000));
         time.replace(timeStart - 1, 1, "T").replace(time.size() - 1, 1, nanoseconds);
 
-        auto const* const bytes = reinterpret_cast<unsigned char const*>(entry.text);
         std::string text;
-        appendReplacingInvalid(bytes, entry.length, text);
+        appendReplacingInvalid(entry.line(), text);
         rapidjson::StringBuffer line;
         rapidjson::Writer<rapidjson::StringBuffer> writer(line);
         auto const field = [&writer](char const* name, std::string const& value) {
@@ -70,7 +69,7 @@ private:
         field("text", text);
         if (text != entry.line()) {
             std::string exact;
-            appendBase64(bytes, entry.length, exact);
+            appendBase64(entry.line(), exact);
             field("text_base64", exact);
         }
         writer.EndObject();
@@ -90,8 +89,8 @@ std::string ringPath() {
 
 /// Opens the ring. Complains about everything but a missing one, for which it returns exitNothing.
 ExitStatus openRing(RingReader& ring) {
-    int folder = -1;
-    if (int const failure = openStateFolder(FolderUse::ring, false, &folder); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder); failure != 0) {
         if (failure == ENOENT) {
             return exitNothing;
         }
@@ -99,7 +98,6 @@ ExitStatus openRing(RingReader& ring) {
         complainAboutFolder(path.substr(0, path.rfind('/')), failure);
         return exitFailed;
     }
-    close(folder);
     int const failure = ring.open();
     if (failure != 0 && failure != ENOENT) {
         complain("bad trace ring: '" + ringPath() + "' " + ring.problem());

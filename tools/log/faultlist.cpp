@@ -1,9 +1,7 @@
-#include "store/faults.h"
+#include "tools/log/faultlist.h"
 
 #include <algorithm>
 #include <utility>
-
-#include "store/lines.h"
 
 namespace zelq {
 namespace {
@@ -11,15 +9,6 @@ namespace {
 constexpr std::size_t faultsMax = 20;  // what fits on a screen, and still tells how bad it is
 
 }  // namespace
-
-void FaultSink::add(Fault fault) {
-    ++counts_[fault.kind];
-    bool const isTold = fault.kind == Fault::newer && fault.file == newerIn_;
-    newerIn_ = fault.kind == Fault::newer ? fault.file : newerIn_;
-    if (!isTold) {
-        keep(std::move(fault));
-    }
-}
 
 void FaultList::keep(Fault&& fault) {
     if (faults_.size() < faultsMax) {
@@ -35,10 +24,7 @@ void FaultList::complain() {
         unsigned const rightIndex = right.file == nullptr ? 0 : right.file->index + 1;
         return leftIndex != rightIndex ? leftIndex > rightIndex : left.offset < right.offset;
     });
-    for (Fault& fault : faults_) {
-        if (fault.file != nullptr && fault.line == 0) {
-            fault.line = lineNumberAt(fault.file->descriptor.get(), fault.offset);
-        }
+    for (Fault const& fault : faults_) {
         zelq::complain(describe(fault));
     }
     if (others_ > 0) {
@@ -47,11 +33,12 @@ void FaultList::complain() {
 }
 
 std::string describe(Fault const& fault) {
-    if (fault.file == nullptr || fault.line == 0) {
+    if (fault.file == nullptr) {
         return fault.reason;
     }
     constexpr char const* kinds[] = {"bad", "torn", "newer"};
-    return std::string(kinds[fault.kind]) + " line " + std::to_string(fault.line) + " in " + fault.file->name() + ": " +
+    std::size_t const line = fault.line != 0 ? fault.line : lineNumberAt(fault.file->descriptor.get(), fault.offset);
+    return std::string(kinds[fault.kind]) + " line " + std::to_string(line) + " in " + fault.file->name() + ": " +
            fault.reason;
 }
 
