@@ -8,8 +8,7 @@
 #include "support/sampleblocks.h"
 #include "surroundings.h"
 #include "tools/block/hextext.h"
-#include "tools/block/jsonprinter.h"
-#include "tools/block/treeprinter.h"
+#include "tools/block/printer.h"
 
 NoFailingNew::NoFailingNew() = default;
 NoFailingNew::~NoFailingNew() = default;
@@ -20,17 +19,15 @@ constexpr std::size_t bytesMost = 1U << 20;
 
 // As JSON, no byte is lost.
 void checkJson(std::string input, Printed& printed) {
-    zelq::Output output(zelq::ColourMode::never, false);
-    zelq::BlockJsonPrinter printer(output);
-    walkBlocks(input, printer);
+    zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
+    printBlockJson(input, output);
     require(output.flush(), "the output failed");
     require(bytesOfJsonLines(printed.take()) == input, "the JSON stands for other bytes");
 }
 
 void checkTree(std::string input, bool isLong, Printed& printed) {
-    zelq::Output output(zelq::ColourMode::never, false);
-    zelq::BlockTreePrinter printer({isLong, isLong}, input.size(), output);
-    walkBlocks(input, printer);
+    zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
+    printBlockTree(input, {isLong, isLong}, output);
     require(output.flush(), "the output failed");
     requireHarmless(printed.take());
 }

@@ -162,7 +162,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::vector<std::string> lines;
     StoreReader oldestFirst;
     require(oldestFirst.open() == 0, "the store cannot be opened");
-    zelq::Output output(zelq::ColourMode::never, false);
+    zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
     Faults faults;
     oldestFirst.visit(StoreReader::Order::oldestFirst, faults, [&](Record& record, std::string_view line, auto const&) {
         lines.emplace_back(line);

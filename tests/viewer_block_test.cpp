@@ -89,7 +89,7 @@ protected:
         {
             Redirected const toOut(STDOUT_FILENO, out);
             Redirected const toErr(STDERR_FILENO, err);
-            zelq::Output output(zelq::ColourMode::never, false);
+            zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
             status_ = zelq::showBlocks(options, output);
             output.flush();
             std::fflush(stderr);

@@ -98,18 +98,6 @@ int runTrace(TraceCommandLine const& line, zelq::Output& output) {
     return zelq::printTrace(options, output);
 }
 
-// A failed write counts more than anything else: what was not shown may be anything. A reader who
-// has seen enough and closed the pipe needs no message, and a pager that cannot be run had one.
-int finish(zelq::Output& output, int status) {
-    if (output.finish()) {
-        return status;
-    }
-    if (output.failure() != EPIPE && output.failure() != ENOEXEC) {
-        zelq::complain(std::string("cannot write to standard output: ") + std::strerror(output.failure()));
-    }
-    return zelq::exitFailed;
-}
-
 int usageError(CLI::App const& app, std::string message) {
     message[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(message[0])));
     zelq::complain(message);
@@ -151,17 +139,19 @@ int run(int argc, char** argv) {
 
     try {
         app.parse(argc, argv);
-        zelq::Output output(colour, !noPager);
+        zelq::Output output(colour, noPager ? zelq::Paging::never : zelq::Paging::automatic);
         int const status = trace.parsed()   ? runTrace(line, output)
                            : block.parsed() ? runBlock(blockLine, output)
                                             : log.run(output);
-        return finish(output, status);
+        output.close();
+        return status;
     } catch (CLI::Success const& help) {
-        zelq::Output output(zelq::ColourMode::never, false);
+        zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
         std::ostringstream text;
         app.exit(help, text, text);
-        output.print(text.str());
-        return finish(output, zelq::exitFine);
+        output.raw(text.str());
+        output.close();
+        return zelq::exitFine;
     } catch (CLI::ParseError const& error) {
         return usageError(app, error.what());
     } catch (zelq::UsageError const& error) {
@@ -177,6 +167,11 @@ int main(int argc, char** argv) {
     std::signal(SIGPIPE, SIG_IGN);  // a closed pipe becomes a failed write, which finish() judges
     try {
         return run(argc, argv);
+    } catch (zelq::Failure const& failure) {
+        if (!failure.message.empty()) {
+            zelq::complain(failure.message);
+        }
+        return failure.status;
     } catch (std::bad_alloc const&) {
         std::fputs("zelq: out of memory\n", stderr);
         return zelq::exitFailed;

@@ -7,7 +7,7 @@
 #include <cstring>
 
 #include "common/uninterrupted.h"
-#include "tools/terminal/progress.h"
+#include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {

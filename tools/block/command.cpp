@@ -7,9 +7,7 @@
 
 #include "common/uninterrupted.h"
 #include "tools/block/hextext.h"
-#include "tools/block/jsonprinter.h"
-#include "tools/block/treeprinter.h"
-#include "tools/block/walk.h"
+#include "tools/block/printer.h"
 
 namespace zelq {
 namespace {
@@ -58,14 +56,8 @@ int showBlocks(BlockOptions const& options, Output& output) {
         complain(name + " is empty");
         return exitNothing;
     }
-    BlockFaults faults;
-    if (options.json) {
-        BlockJsonPrinter printer(output);
-        faults = walkBlocks(input, printer);
-    } else {
-        BlockTreePrinter printer({options.offsets, options.full}, input.size(), output);
-        faults = walkBlocks(input, printer);
-    }
+    BlockFaults const faults =
+        options.json ? printBlockJson(input, output) : printBlockTree(input, {options.offsets, options.full}, output);
     if (faults.count == 0) {
         return exitFine;
     }

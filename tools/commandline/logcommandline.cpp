@@ -1,5 +1,8 @@
 #include "tools/commandline/logcommandline.h"
 
+#include <algorithm>
+#include <iterator>
+
 #include "tools/commandline/arguments.h"
 
 namespace zelq {
@@ -17,11 +20,9 @@ void addRepeatable(CLI::App& command, char const* name, std::vector<std::string>
     command.add_option(name, values, what)->allow_extra_args(false)->type_name(type);
 }
 
-LogFormat formatNamed(std::string const& name) {
-    return name == "verbose" ? LogFormat::verbose
-           : name == "json"  ? LogFormat::json
-           : name == "csv"   ? LogFormat::csv
-                             : LogFormat::brief;
+LogFormat const* formatNamed(std::string const& name) {
+    return std::find_if(std::begin(logFormats), std::end(logFormats),
+                        [&](LogFormat const& format) { return format.name == name; });
 }
 
 }  // namespace
@@ -170,8 +171,8 @@ int LogCommandLine::runList(Output& output) const {
 int LogCommandLine::run(Output& output) const {
     refuseMisplacedOptions();
     if (show_->parsed()) {
-        LogFormat const format = format_ == "short" ? LogFormat::verbose : formatNamed(format_);
-        return showLog({filter(), parseId(id_), {format, isFull_, false}}, output);
+        return showLog(
+            {filter(), parseId(id_), {formatNamed(format_ == "short" ? "verbose" : format_), isFull_, false}}, output);
     }
     if (stats_->parsed()) {
         return countLogs({filter(), format_ == "json"}, output);

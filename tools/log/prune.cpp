@@ -22,7 +22,7 @@
 #include "store/reader.h"
 #include "tools/log/commands.h"
 #include "tools/log/folderreport.h"
-#include "tools/terminal/progress.h"
+#include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {
@@ -262,7 +262,7 @@ int pruneStore(LogPruneOptions const& options, Output& output) {
                          : (options.isDryRun ? "would remove " : "removed ") + counted(cut.records, "record") +
                                (cut.badLines > 0 ? " and " + counted(cut.badLines, "bad line") : "") + ", " +
                                byteCount(static_cast<std::uint64_t>(cut.bytes)));
-        output.print("; " + byteCount(static_cast<std::uint64_t>(left)) + " stay\n");
+        output.printLine("; " + byteCount(static_cast<std::uint64_t>(left)) + " stay");
     } catch (PruneFailure const& failure) {
         output.finish();
         complain("cannot " + failure.step + (failure.reason != 0 ? ": " : "") +

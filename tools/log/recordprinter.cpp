@@ -13,26 +13,26 @@ namespace zelq {
 namespace {
 
 constexpr std::size_t nameWidth = 11;
-constexpr std::size_t foldedLines = 10;  // three traces then leave room for the rest on a screen
 
-void printField(std::string const& name, std::string const& value, Output& output) {
-    output.print(Style::faint, padded(name, nameWidth));
-    output.print(" " + value + "\n");
+void printField(std::string_view name, std::string_view value, Output& output, Style style = Style::plain) {
+    output.printColumn(name, nameWidth, Style::faint);
+    output.print(" ");
+    output.printLine(value, style);
 }
 
-std::string number(std::uint64_t value, int digits) {
+std::string number(std::uint64_t value, std::size_t digits) {
     return "0x" + hexDigits(value, digits) + " (" + std::to_string(value) + ")";
 }
 
 void printLines(std::vector<std::string_view> const& lines, Output& output) {
     for (std::string_view const line : lines) {
-        output.print(line.empty() ? "\n" : "    " + printable(line, true) + "\n");
+        output.print(line.empty() ? "" : "    ");
+        output.printTextLine(line);
     }
 }
 
 void printSection(std::string const& heading, std::vector<std::string_view> const& lines, Output& output) {
-    output.print(Style::heading, heading);
-    output.print("\n");
+    output.printLine(heading, Style::heading);
     printLines(lines, output);
 }
 
@@ -72,24 +72,24 @@ void printItem(RecordItem const& item, char const* note, Output& output) {
         printLines(linesOf(item.bytes), output);
         return;
     }
-    std::string dump;
-    appendHexDump(item.bytes, 4, dump);
-    output.print(dump);
+    // Four digits keep a line below 80 columns; longer items get what they need.
+    std::size_t const digits = item.bytes.size() > 0x10000 ? 6 : 4;
+    for (std::size_t offset = 0; offset < item.bytes.size(); offset += 16) {
+        output.printLine("    " + hexDigits(offset, digits) + "  " +
+                         hexRow(std::string_view(item.bytes).substr(offset, 16), 16));
+    }
 }
 
 void printFields(Record const& record, Output& output) {
-    printField("id", printable(record.id), output);
+    printField("id", record.id, output);
     printField("time", shownTime(record.timeUs, true), output);
-    output.print(Style::faint, padded("severity", nameWidth));
-    output.print(" ");
-    output.print(record.severity == "error" ? Style::alarm : Style::plain, printable(record.severity));
-    output.print("\n");
+    printField("severity", record.severity, output, record.severity == "error" ? Style::alarm : Style::plain);
     std::optional<ErrorCode> const code = errorCode(record);
     if (code.has_value()) {
         printField("refcode", referenceCode(record), output);
     }
-    printField("event", printable(record.event), output);
-    printField("log id", printable(record.logId), output);
+    printField("event", record.event, output);
+    printField("log id", record.logId, output);
     printField("class", number(record.logClass, 2), output);
     printField("type", number(record.logType, 2), output);
     printField("user", number(record.user, 4), output);
@@ -98,13 +98,12 @@ void printFields(Record const& record, Output& output) {
         printField("error", "id " + number(code->id, 4) + ", reason " + std::to_string(code->reason), output);
     }
     printField("program",
-               printable(record.program) + ", process " + std::to_string(record.pid) + ", thread " +
-                   std::to_string(record.tid),
+               record.program + ", process " + std::to_string(record.pid) + ", thread " + std::to_string(record.tid),
                output);
-    printField("host", printable(record.host), output);
+    printField("host", record.host, output);
     std::string flags;
     for (std::string const& flag : record.flags) {
-        flags += (flags.empty() ? "" : ", ") + printable(flag);
+        flags += (flags.empty() ? "" : ", ") + flag;
     }
     printField("attributes", "0x" + hexDigits(record.attributes, 4) + (flags.empty() ? "" : " " + flags), output);
     if (record.lostBefore > 0) {

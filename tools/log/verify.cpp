@@ -3,7 +3,7 @@
 #include "store/reader.h"
 #include "tools/log/commands.h"
 #include "tools/log/folderreport.h"
-#include "tools/terminal/progress.h"
+#include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {
@@ -16,8 +16,7 @@ public:
 private:
     void keep(Fault&& fault) override {
         progress_.hide();
-        output_.print(fault.kind == Fault::damaged ? Style::alarm : Style::plain, printable(describe(fault)));
-        output_.print("\n");
+        output_.printLine(describe(fault), fault.kind == Fault::damaged ? Style::alarm : Style::plain);
         output_.flush();
     }
 
@@ -56,7 +55,7 @@ int verifyStore(Output& output) {
     if (newer > 0) {
         summary += ", " + std::to_string(newer) + " newer than this zelq";
     }
-    output.print(summary + "\n");
+    output.printLine(summary);
     return damaged > 0 ? exitDamaged : exitFine;
 }
 

@@ -1,6 +1,7 @@
 #include "tools/log/writer.h"
 
 #include <string>
+#include <vector>
 
 #include "tools/commandline/timetext.h"
 #include "tools/log/filter.h"
@@ -24,94 +25,96 @@ std::string quoted(std::string const& text) {
     return field + '"';
 }
 
-/// One row of comma-separated values.
+/// One row of comma-separated values. A spreadsheet is no terminal, but what reads it may print it to one.
 class CsvRow {
 public:
-    CsvRow& add(std::string const& text) {
+    CsvRow& add(std::string_view text) { return addShown(printable(text)); }
+    CsvRow& add(std::uint64_t number) { return add(std::to_string(number)); }
+    CsvRow& add(std::vector<std::string_view> const& lines) {
+        std::string text;
+        for (std::string_view const line : lines) {
+            text += printable(line, Tabs::kept) + "\n";
+        }
+        return addShown(text.substr(0, text.find_last_not_of('\n') + 1));
+    }
+    std::string const& end() { return row_ += "\r\n"; }
+
+private:
+    CsvRow& addShown(std::string const& text) {
         row_ += isFirst_ ? "" : ",";
         isFirst_ = false;
         row_ += quoted(text);
         return *this;
     }
-    CsvRow& add(std::uint64_t number) { return add(std::to_string(number)); }
-    std::string const& end() { return row_ += "\r\n"; }
 
-private:
     std::string row_;
     bool isFirst_ = true;
 };
 
-// A spreadsheet is no terminal, but what reads it may print it to one.
-std::string printableText(Record const& record) {
-    std::string text;
-    for (std::string_view const line : logText(record)) {
-        text += printable(line, true) + "\n";
-    }
-    text.erase(text.find_last_not_of('\n') + 1);
-    return text;
-}
-
 }  // namespace
 
 void LogWriter::print(Record const& record, std::string_view line) {
-    switch (options_.format) {
-    case LogFormat::brief: printSummary(record); break;
-    case LogFormat::verbose:
-        output_.print(isAnything_ ? "\n" : "");
-        printRecord(record, options_.isFull, output_);
-        break;
-    case LogFormat::json:
-        output_.print(line);
-        output_.print("\n");
-        break;
-    case LogFormat::csv: printRow(record); break;
-    }
+    (this->*options_.format->print)(record, line);
     isAnything_ = true;
 }
 
 // 80 columns with a program name of 13 characters. Only the last column may grow, so that the others
 // stay in line. A plain log has no reference code and shows class and type, the two of its four parts
 // that it has.
-void LogWriter::printSummary(Record const& record) {
+void LogWriter::printSummary(Record const& record, std::string_view) {
     if (!isAnything_) {
-        output_.print(Style::heading, "ID       TIME (UTC)           SEV   CL TY or REFCODE  EVENT        PROGRAM");
-        output_.print("\n");
+        output_.printLine("ID       TIME (UTC)           SEV   CL TY or REFCODE  EVENT        PROGRAM", Style::heading);
     }
-    std::string lost;
-    if (record.lostBefore > 0) {
-        lost = "-- " + counted(record.lostBefore, "record") + " of pid " + std::to_string(record.pid) +
-               " could not be stored before the " + (options_.isReversed ? "last" : "next") + " one --";
-    }
-    auto const printLost = [&](bool isHere) {
-        if (isHere && !lost.empty()) {
-            output_.print(Style::alarm, lost);
-            output_.print("\n");
+    auto const printLost = [&] {
+        if (record.lostBefore > 0) {
+            output_.printLine("-- " + counted(record.lostBefore, "record") + " of pid " + std::to_string(record.pid) +
+                                  " could not be stored before the " + (options_.isReversed ? "last" : "next") +
+                                  " one --",
+                              Style::alarm);
         }
     };
-    printLost(!options_.isReversed);
-    std::string const code = referenceCode(record);
-    output_.print(padded(printable(record.id.substr(0, shownIdDigits)), shownIdDigits) + " " +
-                  shownTime(record.timeUs, false) + " ");
+    if (!options_.isReversed) {
+        printLost();
+    }
+    output_.printColumn(record.id.substr(0, shownIdDigits), shownIdDigits);
+    output_.print(" " + shownTime(record.timeUs, false) + " ");
     std::string const severity = shownSeverity(record);
-    output_.print(severity == "error" ? Style::alarm : Style::plain, padded(severity, 5));
+    output_.printColumn(severity, 5, severity == "error" ? Style::alarm : Style::plain);
+    std::string const code = referenceCode(record);
     std::string const kind = code.empty() ? hexDigits(record.logClass, 2) + " " + hexDigits(record.logType, 2) : code;
-    output_.print(" " + padded(kind, codeWidth) + " " + padded(printable(record.event), 12) + " " +
-                  printable(record.program) + "\n");
-    printLost(options_.isReversed);
+    output_.printColumn(" " + kind, 1 + codeWidth);
+    output_.print(" ");
+    output_.printColumn(record.event, 12);
+    output_.printLine(" " + record.program);
+    if (options_.isReversed) {
+        printLost();
+    }
 }
 
-void LogWriter::printRow(Record const& record) {
+void LogWriter::printVerbose(Record const& record, std::string_view) {
+    if (isAnything_) {
+        output_.printLine();
+    }
+    printRecord(record, options_.isFull, output_);
+}
+
+void LogWriter::printStored(Record const&, std::string_view line) {
+    output_.raw(line);
+    output_.raw("\n");
+}
+
+void LogWriter::printRow(Record const& record, std::string_view) {
     if (!isAnything_) {
-        output_.print(
+        output_.raw(
             "id,time,severity,refcode,class,type,user,event,log_id,program,pid,tid,host,attributes,lost_before,"
             "text\r\n");
     }
     CsvRow row;
-    row.add(printable(record.id)).add(storedTime(record.timeUs)).add(shownSeverity(record)).add(referenceCode(record));
+    row.add(record.id).add(storedTime(record.timeUs)).add(shownSeverity(record)).add(referenceCode(record));
     row.add(record.logClass).add(record.logType).add(record.user);
-    row.add(printable(record.event)).add(printable(record.logId)).add(printable(record.program));
-    row.add(record.pid).add(record.tid).add(printable(record.host)).add(record.attributes).add(record.lostBefore);
-    output_.print(row.add(printableText(record)).end());
+    row.add(record.event).add(record.logId).add(record.program);
+    row.add(record.pid).add(record.tid).add(record.host).add(record.attributes).add(record.lostBefore);
+    output_.raw(row.add(logText(record)).end());
 }
 
 }  // namespace zelq

@@ -8,18 +8,13 @@
 
 namespace zelq {
 
-enum class LogFormat {
-    brief,    ///< a table, one line for each record
-    verbose,  ///< everything about each record
-    json,     ///< the stored lines as they are
-    csv,      ///< a row for each record, as RFC 4180 has it
-};
+struct LogFormat;
 
 /// Prints records one after the other, with what the format has around them.
 class LogWriter {
 public:
     struct Options {
-        LogFormat format = LogFormat::brief;
+        LogFormat const* format;
         bool isFull = false;      ///< whole traces
         bool isReversed = false;  ///< the newest record comes first
     };
@@ -31,13 +26,28 @@ public:
     /// True when there was a record.
     bool isAnything() const { return isAnything_; }
 
-private:
-    void printSummary(Record const& record);
-    void printRow(Record const& record);
+    void printSummary(Record const& record, std::string_view line);
+    void printVerbose(Record const& record, std::string_view line);
+    void printStored(Record const& record, std::string_view line);
+    void printRow(Record const& record, std::string_view line);
 
+private:
     Options options_;
     Output& output_;
     bool isAnything_ = false;
+};
+
+/// A way to print records.
+struct LogFormat {
+    char const* name;
+    void (LogWriter::*print)(Record const& record, std::string_view line);
+};
+
+constexpr LogFormat logFormats[] = {
+    {"short", &LogWriter::printSummary},    // a table, one line for each record
+    {"verbose", &LogWriter::printVerbose},  // everything about each record
+    {"json", &LogWriter::printStored},      // the stored lines as they are
+    {"csv", &LogWriter::printRow},          // a row for each record, as RFC 4180 has it
 };
 
 /// The columns of an id that a table shows: enough to tell some ten thousand records apart.

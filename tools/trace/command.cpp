@@ -7,13 +7,10 @@
 #include <string>
 #include <vector>
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include "common/statefolder.h"
-#include "store/textencoding.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/folderreport.h"
+#include "tools/terminal/json.h"
 
 namespace zelq {
 namespace {
@@ -24,62 +21,47 @@ constexpr std::size_t timeStart = 11;  // of the time of day, in what shownTime(
 /// Prints lines, and a line with the date before the first line of each day.
 class TracePrinter {
 public:
-    TracePrinter(bool json, Output& output) : json_(json), output_(output) {}
+    TracePrinter(bool json, Output& output) : json_(json), output_(output), writer_(output) {}
 
-    void print(TraceEntry const& entry) { json_ ? printJson(entry) : printShort(entry); }
-
-private:
-    void printShort(TraceEntry const& entry) {
+    void print(TraceEntry const& entry) {
         std::string const time = shownTime(entry.timeNs / 1000, true);
-        if (time.compare(0, timeStart, date_) != 0) {
-            date_ = time.substr(0, timeStart);
-            output_.print(Style::faint, "-- " + date_ + "UTC --");
-            output_.print("\n");
+        if (json_) {
+            printJson(entry, time);
+        } else {
+            printShort(entry, time);
         }
-        std::string const writer = std::to_string(entry.pid) + "/" + std::to_string(entry.tid);
-        output_.print(Style::faint, time.substr(timeStart, 15) + "  " + padded(writer, 11));
-        output_.print("  " + (entry.handle == 0 ? "" : "[" + std::to_string(entry.handle) + "] ") +
-                      printable(entry.line(), true) + "\n");
     }
 
-    void printJson(TraceEntry const& entry) {
-        std::string time = shownTime(entry.timeNs / 1000, true);
+private:
+    void printShort(TraceEntry const& entry, std::string const& time) {
+        if (time.compare(0, timeStart, date_) != 0) {
+            date_ = time.substr(0, timeStart);
+            output_.printLine("-- " + date_ + "UTC --", Style::faint);
+        }
+        std::string const writer = std::to_string(entry.pid) + "/" + std::to_string(entry.tid);
+        output_.print(time.substr(timeStart, 15) + "  " + padded(writer, 11), Style::faint);
+        output_.print("  " + (entry.handle == 0 ? "" : "[" + std::to_string(entry.handle) + "] "));
+        output_.printTextLine(entry.line());
+    }
+
+    void printJson(TraceEntry const& entry, std::string time) {
         char nanoseconds[16];
         std::snprintf(nanoseconds, sizeof nanoseconds, "%03dZ", static_cast<int>(entry.timeNs % 1000));
         time.replace(timeStart - 1, 1, "T").replace(time.size() - 1, 1, nanoseconds);
-
-        auto const* const bytes = reinterpret_cast<unsigned char const*>(entry.text);
-        std::string text;
-        appendReplacingInvalid(bytes, entry.length, text);
-        rapidjson::StringBuffer line;
-        rapidjson::Writer<rapidjson::StringBuffer> writer(line);
-        auto const field = [&writer](char const* name, std::string const& value) {
-            writer.Key(name);
-            writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
-        };
-        writer.StartObject();
-        writer.Key("ticket");
-        writer.Uint64(entry.ticket);
-        field("time", time);
-        writer.Key("pid");
-        writer.Uint(entry.pid);
-        writer.Key("tid");
-        writer.Uint(entry.tid);
-        writer.Key("handle");
-        writer.Uint(entry.handle);
-        field("text", text);
-        if (text != entry.line()) {
-            std::string exact;
-            appendBase64(bytes, entry.length, exact);
-            field("text_base64", exact);
-        }
-        writer.EndObject();
-        output_.print({line.GetString(), line.GetSize()});
-        output_.print("\n");
+        writer_.StartObject();
+        writer_.field("ticket", entry.ticket);
+        writer_.field("time", time);
+        writer_.field("pid", entry.pid);
+        writer_.field("tid", entry.tid);
+        writer_.field("handle", entry.handle);
+        writer_.exactField("text", entry.line());
+        writer_.EndObject();
+        writer_.endLine();
     }
 
     bool json_;
     Output& output_;
+    JsonLines writer_;
     std::string date_;
 };
 

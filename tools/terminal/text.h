@@ -1,0 +1,45 @@
+#ifndef ZELQ_TOOLS_TERMINAL_TEXT_H
+#define ZELQ_TOOLS_TERMINAL_TEXT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace zelq {
+
+/// What becomes of a tab in a text that is made harmless.
+enum class Tabs { escaped, kept };
+
+/// `text` with everything that a terminal could obey, or that could make text look like other text,
+/// in the form \x1b or \u202e: control characters, line ends among them, bytes that are not UTF-8,
+/// and the characters that turn the writing direction. What it returns stays the same when it is
+/// given again.
+std::string printable(std::string_view text, Tabs tabs = Tabs::escaped);
+
+/// `shown`, of which a terminal shows each character, with spaces behind it up to `width` columns.
+std::string padded(std::string shown, std::size_t width);
+
+/// `number` in at least `digits` hexadecimal digits, in lower case.
+std::string hexDigits(std::uint64_t number, std::size_t digits);
+
+/// Two hexadecimal digits for each byte, without blanks.
+std::string hexText(std::string_view bytes);
+
+/// Up to `width` bytes in hexadecimal and as characters, which stand in the same column however few
+/// bytes there are.
+std::string hexRow(std::string_view row, std::size_t width);
+
+/// "1 line", "2 lines".
+std::string counted(std::uint64_t number, char const* singular);
+
+/// "512 bytes", "1.5 MiB".
+std::string byteCount(std::uint64_t number);
+
+/// So many lines at the end of a trace are shown where it is one thing among others: three traces
+/// then leave room for the rest on a screen.
+constexpr std::size_t foldedLines = 10;
+
+}  // namespace zelq
+
+#endif
