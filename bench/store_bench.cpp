@@ -1,7 +1,6 @@
 // What recording one log costs: rendering alone, with the store in memory, where a sync costs
 // nothing, and on a disk, where it is nearly everything. Beside each stands what it cannot be
 // cheaper than: a JSON writer's plain string, and one write (with one sync) of as many bytes.
-// Build with services/recordjson.cpp and services/textencoding.cpp.
 
 #include <benchmark/benchmark.h>
 

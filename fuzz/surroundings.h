@@ -6,7 +6,7 @@
 
 #include <filesystem>
 
-#include "common/utf8.h"
+#include "common/text.h"
 #include "entry.h"
 
 /// Takes the place of standard output, and gives what was printed since the last time.

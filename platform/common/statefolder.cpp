@@ -63,28 +63,27 @@ int stateFolderPath(FolderUse use, char (&path)[folderPathSize]) {
     return length < 0 || static_cast<std::size_t>(length) >= sizeof path ? ENAMETOOLONG : 0;
 }
 
-int openStateFolder(FolderUse use, bool create, int* descriptor) {
+int openStateFolder(FolderUse use, MissingFolder missing, Descriptor& folder) {
     char path[folderPathSize];
     if (int const failure = stateFolderPath(use, path); failure != 0) {
         return failure;
     }
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    int folder = open(path, flags);
-    if (folder < 0 && errno == ENOENT && create) {
+    Descriptor opened(open(path, flags));
+    if (opened.get() < 0 && errno == ENOENT && missing == MissingFolder::make) {
         if (int const failure = makeFolders(path); failure != 0) {
             return failure;
         }
-        folder = open(path, flags);
+        opened.reset(open(path, flags));
     }
-    if (folder < 0) {
+    if (opened.get() < 0) {
         return errno;
     }
-    if (int const failure = checkFolder(folder); failure != 0) {
-        close(folder);
-        return failure;
+    int const failure = checkFolder(opened.get());
+    if (failure == 0) {
+        folder.swap(opened);
     }
-    *descriptor = folder;
-    return 0;
+    return failure;
 }
 
 unsigned long long sizeFromEnvironment(char const* name, unsigned long long fallback, unsigned long long minimum,

@@ -3,6 +3,8 @@
 
 #include <cstddef>
 
+#include "common/systemcalls.h"
+
 // The folders in which the services keep what they write. The services and the viewer agree on
 // them here, in one place.
 //
@@ -19,14 +21,15 @@ constexpr std::size_t folderPathSize = 512;
 
 enum class FolderUse { store, ring };
 
+enum class MissingFolder { leave, make };
+
 /// Writes the folder's path into `path`. Returns 0, or ENAMETOOLONG when it does not fit.
 int stateFolderPath(FolderUse use, char (&path)[folderPathSize]);
 
-/// Opens the folder and stores a close-on-exec descriptor in `*descriptor`. Missing folders are made
-/// with mode 0700 when `create` is true. Returns 0 or an errno: ENOENT when it does not exist,
-/// ELOOP or ENOTDIR when the last name is a link or no folder, EPERM when somebody else owns it or
-/// may write into it.
-int openStateFolder(FolderUse use, bool create, int* descriptor);
+/// Opens the folder, close-on-exec. Missing folders are made with mode 0700 if so wanted. Returns 0 or
+/// an errno, and then leaves `folder` alone: ENOENT when it does not exist, ELOOP or ENOTDIR when the last
+/// name is a link or no folder, EPERM when somebody else owns it or may write into it.
+int openStateFolder(FolderUse use, MissingFolder missing, Descriptor& folder);
 
 /// A size from the environment: decimal digits, then optionally K, M or G. `fallback` when the
 /// variable is unset or malformed; otherwise the value, moved into `minimum` to `maximum`.

@@ -6,7 +6,7 @@
 #include <exception>
 #include <utility>
 
-#include "common/errnokeeper.h"
+#include "common/systemcalls.h"
 #include "services/frameline.h"
 #include "services/linecache.h"
 #include "zelqplatform/errorlog_service.h"

@@ -8,8 +8,6 @@
 #include <cstring>
 #include <iterator>
 
-#include "common/uninterrupted.h"
-
 namespace zelq {
 namespace {
 
@@ -38,24 +36,17 @@ bool isFunction(Symbol const& symbol) {
 
 }  // namespace
 
-ElfSymbols::~ElfSymbols() {
-    close();
-}
-
 void ElfSymbols::close() {
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
-    }
-    descriptor_ = -1;
+    descriptor_.reset(-1);
     symbols_ = names_ = {};
 }
 
 bool ElfSymbols::open(char const* path) {
     close();
     // O_NONBLOCK: a pipe that took the file's place must not block the caller.
-    descriptor_ = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    descriptor_.reset(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     struct stat status;
-    if (descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode)) {
+    if (descriptor_.get() >= 0 && fstat(descriptor_.get(), &status) == 0 && S_ISREG(status.st_mode)) {
         fileSize_ = static_cast<std::uint64_t>(status.st_size);
         if (readTables()) {
             return true;
@@ -145,7 +136,8 @@ bool ElfSymbols::read(std::uint64_t offset, void* target, std::size_t size) cons
     }
     auto* next = static_cast<char*>(target);
     while (size != 0) {
-        ssize_t const count = uninterrupted([&] { return pread(descriptor_, next, size, static_cast<off_t>(offset)); });
+        ssize_t const count =
+            uninterrupted([&] { return pread(descriptor_.get(), next, size, static_cast<off_t>(offset)); });
         if (count <= 0) {
             return false;  // 0: the file has become shorter
         }

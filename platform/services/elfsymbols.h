@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/systemcalls.h"
+
 // The functions that a module's file names: also the static and hidden ones, and those of an
 // executable, none of which the loader knows. Only files of the width of this code.
 
@@ -23,11 +25,6 @@ struct ElfFunction {
 /// worst that a damaged file can do is a wrong name. Allocates nothing, and may change errno.
 class ElfSymbols {
 public:
-    ElfSymbols() = default;
-    ~ElfSymbols();
-    ElfSymbols(ElfSymbols const&) = delete;
-    ElfSymbols& operator=(ElfSymbols const&) = delete;
-
     /// Opens a regular file in place of the one opened before. False when it cannot be read or has
     /// no symbol table; then find() finds nothing.
     bool open(char const* path);
@@ -56,7 +53,7 @@ private:
     template <typename Entry, typename Visitor>
     bool forEach(Range table, Visitor visit) const;
 
-    int descriptor_ = -1;
+    Descriptor descriptor_;
     std::uint64_t fileSize_ = 0;
     Range symbols_;  ///< .symtab, or .dynsym in a stripped file
     Range names_;    ///< the string table that belongs to it

@@ -9,7 +9,7 @@
 #include <exception>
 #include <string>
 
-#include "common/errnokeeper.h"
+#include "common/systemcalls.h"
 #include "store/append.h"
 #include "store/recordwriter.h"
 

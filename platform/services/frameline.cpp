@@ -4,11 +4,12 @@
 #include <dlfcn.h>
 #include <unistd.h>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+
+#include "common/text.h"
 
 namespace zelq {
 namespace {
@@ -17,9 +18,7 @@ namespace {
 constexpr std::size_t nameLimit = 256;
 
 std::string hexadecimal(std::uintptr_t value, int digits = 1) {
-    char text[24];
-    std::snprintf(text, sizeof text, "0x%0*llx", digits, static_cast<unsigned long long>(value));
-    return text;
+    return "0x" + hexDigits(value, digits);
 }
 
 // A name comes from a file: none of its bytes may end the line or steer a terminal.
@@ -27,7 +26,7 @@ void appendName(std::string& line, char const* name) {
     std::size_t const length = strnlen(name, nameLimit + 1);
     for (std::size_t i = 0; i < length && i < nameLimit; ++i) {
         auto const byte = static_cast<unsigned char>(name[i]);
-        line += byte < 0x20 || byte == 0x7F ? '?' : name[i];
+        line += isControl(&byte, 1) ? '?' : name[i];
     }
     if (length > nameLimit) {
         line += "...";

@@ -9,7 +9,7 @@
 #include <csignal>
 #include <cstdint>
 
-#include "common/errnokeeper.h"
+#include "common/systemcalls.h"
 
 namespace {
 

@@ -6,6 +6,7 @@
 #include <ctime>
 #include <type_traits>
 
+#include "common/systemcalls.h"
 #include "services/trapservice.h"
 
 // Everything here may run as a signal handler, and the library is linked to be bound when it is
@@ -166,15 +167,12 @@ void runExits(int signal, siginfo_t* info, void* context, pid_t process) {
 
 /// Returns whether the other thread came to the end of its exits in time.
 bool waitForOtherThread(pid_t process) {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    time_t const end = now.tv_sec + XPCE_WAIT_SECONDS;
-    while (now.tv_sec < end) {
+    std::int64_t const end = clockNs(CLOCK_MONOTONIC) + XPCE_WAIT_SECONDS * std::int64_t{1000000000};
+    while (clockNs(CLOCK_MONOTONIC) < end) {
         nanosleep(&waitStep, nullptr);
         if (exitsRunIn.load(std::memory_order_acquire) != process) {
             return true;
         }
-        clock_gettime(CLOCK_MONOTONIC, &now);
     }
     return false;
 }

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/errnokeeper.h"
+#include "common/systemcalls.h"
 #include "services/alternatestack.h"
 
 namespace zelq {

@@ -8,7 +8,7 @@
 #include <ctime>
 
 #include "common/statefolder.h"
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 #include "store/lock.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -182,11 +182,10 @@ bool endsInNewline(int file, off_t size) {
 }  // namespace
 
 StoreOutcome appendToStore(char const* line, std::size_t size) noexcept {
-    int folderNumber = -1;
-    if (int const failure = openStateFolder(FolderUse::store, true, &folderNumber); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::store, MissingFolder::make, folder); failure != 0) {
         return failed(XLOG_NO_FOLDER, failure);
     }
-    Descriptor const folder(folderNumber);
     StoreLock lock;
     if (int const failure = lock.acquire(folder.get()); failure != 0) {
         return failed(XLOG_NO_LOCK, failure);

@@ -44,15 +44,14 @@ int StoreFiles::open() {
         return failure;
     }
     folder_ = path;
-    int number = -1;
-    if (int const failure = openStateFolder(FolderUse::store, false, &number); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::store, MissingFolder::leave, folder); failure != 0) {
         return failure;
     }
-    Descriptor const folder(number);
     // When a file was begun meanwhile, newer files may have come under the names of older ones.
     constexpr int triesMax = 10;
-    for (int tries = 0; tries < triesMax && (tries == 0 || !isNewestOpen(number)); ++tries) {
-        openFiles(number);
+    for (int tries = 0; tries < triesMax && (tries == 0 || !isNewestOpen(folder.get())); ++tries) {
+        openFiles(folder.get());
     }
     return 0;
 }
@@ -98,12 +97,8 @@ off_t StoreFiles::totalSize() const {
 }
 
 bool identifyNewest(StoreFile* newest) {
-    int number = -1;
-    if (openStateFolder(FolderUse::store, false, &number) != 0) {
-        return false;
-    }
-    Descriptor const folder(number);
-    return identifyNewest(number, newest);
+    Descriptor folder;
+    return openStateFolder(FolderUse::store, MissingFolder::leave, folder) == 0 && identifyNewest(folder.get(), newest);
 }
 
 }  // namespace zelq

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "common/descriptor.h"
+#include "common/systemcalls.h"
 
 namespace zelq {
 

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 #include "tools/terminal/terminal.h"
 
 namespace zelq {

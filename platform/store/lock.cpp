@@ -6,19 +6,13 @@
 #include <cerrno>
 #include <ctime>
 
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 
 namespace zelq {
 namespace {
 
 constexpr char lockName[] = "errors.lock";
-constexpr int lockPatienceMs = 10000;
-
-int elapsedMs(timespec const& since) {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int>((now.tv_sec - since.tv_sec) * 1000 + (now.tv_nsec - since.tv_nsec) / 1000000);
-}
+constexpr std::int64_t lockPatienceNs = 10000000000;
 
 }  // namespace
 
@@ -39,8 +33,7 @@ int openStoreFile(int folder, char const* name, Descriptor& file) noexcept {
 }
 
 int StoreLock::acquire(int folder) noexcept {
-    timespec begin;
-    clock_gettime(CLOCK_MONOTONIC, &begin);
+    std::int64_t const end = clockNs(CLOCK_MONOTONIC) + lockPatienceNs;
     for (long pauseNs = 20000;; pauseNs = pauseNs < 4000000 ? pauseNs * 2 : pauseNs) {
         if (file_.get() < 0) {
             if (int const failure = openStoreFile(folder, lockName, file_); failure != 0) {
@@ -58,7 +51,7 @@ int StoreLock::acquire(int folder) noexcept {
         } else if (errno != EWOULDBLOCK && errno != EINTR) {
             return errno;
         }
-        if (elapsedMs(begin) >= lockPatienceMs) {
+        if (clockNs(CLOCK_MONOTONIC) >= end) {
             return EAGAIN;
         }
         timespec const pause = {0, pauseNs};

@@ -1,7 +1,7 @@
 #ifndef ZELQ_STORE_LOCK_H
 #define ZELQ_STORE_LOCK_H
 
-#include "common/descriptor.h"
+#include "common/systemcalls.h"
 
 namespace zelq {
 

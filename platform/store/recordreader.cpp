@@ -7,6 +7,7 @@
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "common/text.h"
 #include "store/jsonmemory.h"
 #include "tools/commandline/timetext.h"
 
@@ -16,44 +17,6 @@ namespace {
 // A record is four levels deep; what later versions may add will hardly be deeper than this.
 constexpr int depthMax = 64;
 constexpr std::size_t flagsMax = 64;
-
-int base64Digit(char c) {
-    if (c >= 'A' && c <= 'Z') {
-        return c - 'A';
-    }
-    if (c >= 'a' && c <= 'z') {
-        return c - 'a' + 26;
-    }
-    if (c >= '0' && c <= '9') {
-        return c - '0' + 52;
-    }
-    return c == '+' ? 62 : c == '/' ? 63 : -1;
-}
-
-// Strict: padding only at the end and always there, no line ends.
-bool decodeBase64(std::string_view text, std::string* bytes) {
-    if (text.size() % 4 != 0) {
-        return false;
-    }
-    std::size_t padding = 0;
-    while (padding < 2 && !text.empty() && text.back() == '=') {
-        text.remove_suffix(1);
-        ++padding;
-    }
-    bytes->reserve(text.size() / 4 * 3 + 3);
-    unsigned group = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        int const digit = base64Digit(text[i]);
-        if (digit < 0) {
-            return false;
-        }
-        group = group << 6 | static_cast<unsigned>(digit);
-        if (i % 4 != 0) {  // the second to fourth digit each complete a byte
-            *bytes += static_cast<char>(group >> (6 - i % 4 * 2) & 0xFF);
-        }
-    }
-    return true;
-}
 
 struct NumberField {
     std::string_view name;
@@ -217,10 +180,15 @@ private:
     }
 
     bool exactBytes(std::string_view name, Kind kind, std::string_view text, std::string* bytes) {
-        bytes->clear();
-        return kind != Kind::text           ? fail(name, "is not a string")
-               : !decodeBase64(text, bytes) ? fail(name, "is not base64")
-                                            : true;
+        if (kind != Kind::text) {
+            return fail(name, "is not a string");
+        }
+        std::optional<std::string> decoded = decodeBase64(text);
+        if (!decoded.has_value()) {
+            return fail(name, "is not base64");
+        }
+        *bytes = std::move(*decoded);
+        return true;
     }
 
     bool listEntry(Kind kind, std::string_view text) {

@@ -5,44 +5,34 @@
 
 #include <rapidjson/writer.h>
 
+#include "common/text.h"
 #include "store/flagnames.h"
 #include "store/jsonmemory.h"
-#include "store/textencoding.h"
 
 namespace zelq {
 namespace {
 
-struct Bytes {
-    unsigned char const* data;
-    std::size_t size;
-};
-
-Bytes bytesOf(char const* text, std::size_t size) {
-    return {reinterpret_cast<unsigned char const*>(text), size};
+// Control characters but for those that shape a text.
+bool isSteering(unsigned char const* character, std::size_t length) {
+    unsigned char const first = character[0];
+    return isControl(character, length) && first != '\n' && first != '\t' && first != '\r';
 }
 
-bool isControl(unsigned char const* character, std::size_t length) {
-    unsigned char const c = character[0];
-    if (length == 2) {
-        return c == 0xC2 && character[1] < 0xA0;  // U+0080 to U+009F
-    }
-    return length == 1 && (c == 0x7F || (c < 0x20 && c != '\n' && c != '\t' && c != '\r'));
-}
-
-bool isPrintableText(Bytes bytes) {
+bool isPrintableText(std::string_view text) {
+    auto const* const bytes = reinterpret_cast<unsigned char const*>(text.data());
     std::size_t i = 0;
-    while (i < bytes.size) {
-        if (bytes.size - i >= 8 && isPrintableAscii(textWord(bytes.data + i))) {
+    while (i < text.size()) {
+        if (text.size() - i >= 8 && isPrintableWord(textWord(bytes + i))) {
             i += 8;
             continue;
         }
-        std::size_t const length = utf8Length(bytes.data + i, bytes.size - i);
-        if (length == 0 || isControl(bytes.data + i, length)) {
+        std::size_t const length = utf8Length(bytes + i, text.size() - i);
+        if (length == 0 || isSteering(bytes + i, length)) {
             return false;
         }
         i += length;
     }
-    return bytes.size > 0;
+    return !text.empty();
 }
 
 /// The stream that RapidJSON writes to. Its function names are RapidJSON's.
@@ -77,43 +67,42 @@ public:
         Uint64(number);
     }
 
-    void printableText(Bytes bytes) {
+    void printableText(std::string_view text) {
         Prefix(rapidjson::kStringType);
         std::string& line = os_->line();
         line.push_back('"');
-        char const* const characters = reinterpret_cast<char const*>(bytes.data);
         std::size_t begin = 0;
-        for (std::size_t i = 0; i < bytes.size;) {
-            if (bytes.size - i >= 8 && needsNoEscape(textWord(bytes.data + i))) {
+        for (std::size_t i = 0; i < text.size();) {
+            if (text.size() - i >= 8 && needsNoEscape(textWord(text.data() + i))) {
                 i += 8;
                 continue;
             }
-            char const escape = escapeOf(characters[i]);
+            char const escape = escapeOf(text[i]);
             if (escape != 0) {
-                line.append(characters + begin, i - begin);
+                line.append(text.data() + begin, i - begin);
                 line.push_back('\\');
                 line.push_back(escape);
                 begin = i + 1;
             }
             ++i;
         }
-        line.append(characters + begin, bytes.size - begin);
+        line.append(text.data() + begin, text.size() - begin);
         line.push_back('"');
         EndValue(true);
     }
 
-    void base64(Bytes bytes) {
+    void base64(std::string_view bytes) {
         Prefix(rapidjson::kStringType);
         std::string& line = os_->line();
         line.push_back('"');
-        appendBase64(bytes.data, bytes.size, line);
+        appendBase64(bytes, line);
         line.push_back('"');
         EndValue(true);
     }
 
 private:
     static bool needsNoEscape(unsigned long long word) {
-        return isPrintableAscii(word) && !containsByte(word, '"') && !containsByte(word, '\\');
+        return isPrintableWord(word) && !containsByte(word, '"') && !containsByte(word, '\\');
     }
 
     // Of the characters in printable text, only these five may not stand in JSON as they are.
@@ -131,14 +120,14 @@ private:
 
 /// A field of text that should be UTF-8 but comes from a caller: what is not valid is shown as
 /// U+FFFD, and the exact bytes follow in a field of their own.
-void writeName(LineWriter& writer, char const* name, char const* exactName, Bytes bytes) {
+void writeName(LineWriter& writer, char const* name, char const* exactName, std::string_view bytes) {
     writer.text(name);
-    if (isUtf8(bytes.data, bytes.size)) {
-        writer.String(reinterpret_cast<char const*>(bytes.data), static_cast<rapidjson::SizeType>(bytes.size));
+    if (isUtf8(bytes)) {
+        writer.String(bytes.data(), static_cast<rapidjson::SizeType>(bytes.size()));
         return;
     }
     std::string shown;
-    appendReplacingInvalid(bytes.data, bytes.size, shown);
+    appendReplacingInvalid(bytes, shown);
     writer.String(shown.data(), static_cast<rapidjson::SizeType>(shown.size()));
     if (exactName != nullptr) {
         writer.text(exactName);
@@ -149,12 +138,12 @@ void writeName(LineWriter& writer, char const* name, char const* exactName, Byte
 // Text for everything that people can read as such; the rest is carried in base64. A program that
 // counted the closing zero byte of a text has it counted here too.
 void writeItem(LineWriter& writer, xlog_detail_entry const& entry) {
-    Bytes const bytes = {static_cast<unsigned char const*>(entry.data), entry.data != nullptr ? entry.size : 0};
-    bool const terminated = bytes.size > 0 && bytes.data[bytes.size - 1] == 0;
-    Bytes const text = {bytes.data, terminated ? bytes.size - 1 : bytes.size};
+    std::string_view const bytes(static_cast<char const*>(entry.data), entry.data != nullptr ? entry.size : 0);
+    bool const terminated = !bytes.empty() && bytes.back() == '\0';
+    std::string_view const text = bytes.substr(0, bytes.size() - (terminated ? 1 : 0));
     writer.StartObject();
     writer.field("id", entry.id);
-    writer.field("size", bytes.size);
+    writer.field("size", bytes.size());
     if (isPrintableText(text)) {
         writer.text("text");
         writer.printableText(text);
@@ -212,8 +201,8 @@ void renderRecord(xlog_record_interface const& record, RecordOrigin const& origi
     writer.field("v", 1);
     writer.field("id", id);
     writer.field("time", time);
-    writeName(writer, "host", nullptr, bytesOf(origin.host, std::strlen(origin.host)));
-    writeName(writer, "program", nullptr, bytesOf(origin.program, std::strlen(origin.program)));
+    writeName(writer, "host", nullptr, origin.host);
+    writeName(writer, "program", nullptr, origin.program);
     writer.field("pid", static_cast<unsigned>(origin.pid));
     writer.field("tid", static_cast<unsigned>(origin.tid));
     writer.field("class", record.logClass);
@@ -231,9 +220,8 @@ void renderRecord(xlog_record_interface const& record, RecordOrigin const& origi
     writer.field("attributes", record.attributes);
     // Neither field need hold a zero byte: a full event name has none by definition, and a log id
     // without one is a caller's mistake that may not be paid for with a read past the record.
-    writeName(writer, "event", "event_base64",
-              bytesOf(record.eventName, strnlen(record.eventName, sizeof record.eventName)));
-    writeName(writer, "log_id", "log_id_base64", bytesOf(record.logId, strnlen(record.logId, sizeof record.logId)));
+    writeName(writer, "event", "event_base64", {record.eventName, strnlen(record.eventName, sizeof record.eventName)});
+    writeName(writer, "log_id", "log_id_base64", {record.logId, strnlen(record.logId, sizeof record.logId)});
     if (lostBefore > 0) {
         writer.field("lost_before", lostBefore);
     }

@@ -12,8 +12,8 @@
 #include <emmintrin.h>
 
 #include "common/copybytes.h"
-#include "common/errnokeeper.h"
 #include "common/statefolder.h"
+#include "common/systemcalls.h"
 #include "tracing/fastclock.h"
 #include "tracing/ringfile.h"
 
@@ -54,13 +54,13 @@ std::uint64_t configuredSize() {
 // A file with holes would end a writer with SIGBUS once its filesystem is full.
 bool hasAllMemory(RingFile const& file) {
     struct stat status;
-    if (fstat(file.descriptor, &status) != 0) {
+    if (fstat(file.descriptor.get(), &status) != 0) {
         return false;
     }
     if (status.st_blocks >= status.st_size / 512) {
         return true;
     }
-    return fallocate(file.descriptor, 0, 0, status.st_size) == 0 || errno == EOPNOTSUPP;
+    return fallocate(file.descriptor.get(), 0, 0, status.st_size) == 0 || errno == EOPNOTSUPP;
 }
 
 int mapRingFile(RingFile const& file, ProcessRing* ring) {
@@ -68,7 +68,7 @@ int mapRingFile(RingFile const& file, ProcessRing* ring) {
         return ENOSPC;
     }
     std::size_t const size = ringFileSize(file.slotCount);
-    void* const address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor, 0);
+    void* const address = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.descriptor.get(), 0);
     if (!isUsable(address)) {
         return errno;
     }
@@ -193,24 +193,19 @@ ProcessRing* makeProcessRing() {
 }
 
 int mapSharedRing(ProcessRing* ring) {
-    int folder = -1;
-    if (int const failure = openStateFolder(FolderUse::ring, true, &folder); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::ring, MissingFolder::make, folder); failure != 0) {
         return failure;
     }
     RingFile file;
-    int failure = openRingFile(folder, O_RDWR, &file);
+    int failure = openRingFile(folder.get(), O_RDWR, file);
     if (failure == ENOENT) {
-        failure = createRingFile(folder, configuredSize());
+        failure = createRingFile(folder.get(), configuredSize());
         if (failure == 0) {
-            failure = openRingFile(folder, O_RDWR, &file);
+            failure = openRingFile(folder.get(), O_RDWR, file);
         }
     }
-    close(folder);
-    if (failure == 0) {
-        failure = mapRingFile(file, ring);
-        close(file.descriptor);
-    }
-    return failure;
+    return failure == 0 ? mapRingFile(file, ring) : failure;
 }
 
 int mapPrivateRing(ProcessRing* ring) {

@@ -6,16 +6,17 @@
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 namespace zelq {
 namespace {
 
-int refuse(RingFile* file, int failure, char const* problem) {
-    file->problem = problem;
+int refuse(RingFile& file, int failure, char const* problem) {
+    file.problem = problem;
     return failure;
 }
 
-int checkRingFile(int descriptor, RingFile* file) {
+int checkRingFile(int descriptor, RingFile& file) {
     struct stat status;
     if (fstat(descriptor, &status) != 0) {
         return refuse(file, errno, "cannot be examined");
@@ -40,7 +41,7 @@ int checkRingFile(int descriptor, RingFile* file) {
     if (identity.version != ringVersion || identity.slotSize != ringSlotSize) {
         return refuse(file, EINVAL, "is a trace ring of another version");
     }
-    file->slotCount = slotBytes / ringSlotSize;
+    file.slotCount = slotBytes / ringSlotSize;
     return 0;
 }
 
@@ -73,11 +74,11 @@ int giveName(int descriptor, int folder, char const* name) {
 
 }  // namespace
 
-int openRingFile(int folder, int access, RingFile* file) {
-    *file = RingFile{};
+int openRingFile(int folder, int access, RingFile& file) {
+    file = RingFile{};
     // O_NONBLOCK: opening a fifo must not wait for its other end.
-    int const descriptor = openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0) {
+    Descriptor descriptor(openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (descriptor.get() < 0) {
         switch (int const failure = errno) {
         case ENOENT: return refuse(file, failure, "does not exist");
         case ELOOP: return refuse(file, failure, "is a symbolic link");
@@ -86,12 +87,11 @@ int openRingFile(int folder, int access, RingFile* file) {
         default: return refuse(file, failure, "cannot be opened");
         }
     }
-    if (int const failure = checkRingFile(descriptor, file); failure != 0) {
-        close(descriptor);
-        return failure;
+    int const failure = checkRingFile(descriptor.get(), file);
+    if (failure == 0) {
+        file.descriptor = std::move(descriptor);
     }
-    file->descriptor = descriptor;
-    return 0;
+    return failure;
 }
 
 int createRingFile(int folder, std::uint64_t slotBytes) {
@@ -102,15 +102,14 @@ int createRingFile(int folder, std::uint64_t slotBytes) {
         return EFBIG;
     }
     // Without a name until it is complete: whoever dies meanwhile leaves nothing behind.
-    int const descriptor = openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600);
-    if (descriptor < 0) {
+    Descriptor const descriptor(openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+    if (descriptor.get() < 0) {
         return errno;
     }
-    int failure = fillRingFile(descriptor, slotCount);
+    int failure = fillRingFile(descriptor.get(), slotCount);
     if (failure == 0) {
-        failure = giveName(descriptor, folder, ringFileName);
+        failure = giveName(descriptor.get(), folder, ringFileName);
     }
-    close(descriptor);
     return failure == EEXIST ? 0 : failure;
 }
 

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "common/systemcalls.h"
 #include "tracing/ringlayout.h"
 
 // The ring's file: finding out whether a file is one, and making one. Nothing here allocates.
@@ -11,7 +12,7 @@
 namespace zelq {
 
 struct RingFile {
-    int descriptor = -1;  // close-on-exec; the caller's to close
+    Descriptor descriptor;  // close-on-exec
     std::uint64_t slotCount = 0;
     char const* problem = "";
 };
@@ -28,8 +29,8 @@ constexpr unsigned slotCountLog2(std::uint64_t slotCount) {
 
 /// Opens the ring in `folder` with O_RDONLY or O_RDWR. Accepts only a regular file of the effective
 /// user, mode 0600, of a size a ring can have and with the identity of this version. Returns 0, or
-/// an errno and what is wrong in `file->problem`; then no descriptor is left open.
-int openRingFile(int folder, int access, RingFile* file);
+/// an errno and what is wrong in `file.problem`; then no descriptor is left open.
+int openRingFile(int folder, int access, RingFile& file);
 
 /// Makes a ring with `slotBytes` (a power of two) of slots in `folder`, with all its memory, so
 /// that writing to it cannot fail later. It appears under its name complete or not at all. Returns

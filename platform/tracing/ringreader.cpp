@@ -6,10 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
+#include <utility>
 
 #include "common/copybytes.h"
 #include "common/statefolder.h"
+#include "common/systemcalls.h"
 #include "tracing/ringfile.h"
 
 namespace zelq {
@@ -19,12 +20,6 @@ constexpr std::size_t chunkSlots = ringSizeMin / ringSlotSize;  // no ring is sm
 constexpr std::size_t chunkSize = chunkSlots * ringSlotSize;
 constexpr std::uint64_t settleTickets = 64;
 constexpr std::int64_t settleNs = 250000000;  // a living writer may have to wait for a processor
-
-std::int64_t monotonicNs() {
-    struct timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return std::int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
 
 bool matches(TraceFilter const& filter, TraceEntry const& entry) {
     return filter.pid.value_or(entry.pid) == entry.pid && filter.tid.value_or(entry.tid) == entry.tid &&
@@ -63,30 +58,20 @@ std::uint64_t controlAt(unsigned char const* slot) {
 
 }  // namespace
 
-RingReader::~RingReader() {
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-    }
-}
-
 int RingReader::open() {
-    int folder = -1;
-    if (int const failure = openStateFolder(FolderUse::ring, false, &folder); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder); failure != 0) {
         problem_ = failure == ENOENT ? "does not exist" : "is in a folder that cannot be used";
         return failure;
     }
     RingFile file;
-    int const failure = openRingFile(folder, O_RDONLY, &file);
-    close(folder);
+    int const failure = openRingFile(folder.get(), O_RDONLY, file);
     problem_ = file.problem;
     if (failure != 0) {
         return failure;
     }
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-    }
     attach(nullptr, nullptr, file.slotCount);
-    descriptor_ = file.descriptor;
+    descriptor_ = std::move(file.descriptor);
     buffer_ = std::make_unique<unsigned char[]>(2 * chunkSize);
     return 0;
 }
@@ -105,7 +90,8 @@ void RingReader::attach(RingHeader const* header, RingSlot const* slots, std::ui
 
 bool RingReader::isRemoved() const {
     struct stat status;
-    return header_ == nullptr && descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && status.st_nlink == 0;
+    return header_ == nullptr && descriptor_.get() >= 0 && fstat(descriptor_.get(), &status) == 0 &&
+           status.st_nlink == 0;
 }
 
 bool RingReader::readNextTicket(std::uint64_t* ticket) const {
@@ -113,7 +99,8 @@ bool RingReader::readNextTicket(std::uint64_t* ticket) const {
         *ticket = header_->nextTicket.load(std::memory_order_acquire);
         return true;
     }
-    return descriptor_ >= 0 && readFully(descriptor_, ticket, sizeof *ticket, offsetof(RingHeader, nextTicket));
+    return descriptor_.get() >= 0 &&
+           readFully(descriptor_.get(), ticket, sizeof *ticket, offsetof(RingHeader, nextTicket));
 }
 
 // Reads the chunk three times, because within one read the kernel copies in whatever order suits
@@ -126,12 +113,12 @@ void RingReader::loadChunk(std::uint64_t firstSlot) {
     unsigned char* const check = chunk + chunkSize;
     std::uint64_t const offset = ringHeaderSize + firstSlot * ringSlotSize;
     std::uint64_t before[chunkSlots];
-    bool isWhole = readFully(descriptor_, check, chunkSize, offset);
+    bool isWhole = readFully(descriptor_.get(), check, chunkSize, offset);
     for (std::size_t i = 0; i < chunkSlots; ++i) {
         before[i] = controlAt(check + i * ringSlotSize);
     }
-    isWhole =
-        isWhole && readFully(descriptor_, chunk, chunkSize, offset) && readFully(descriptor_, check, chunkSize, offset);
+    isWhole = isWhole && readFully(descriptor_.get(), chunk, chunkSize, offset) &&
+              readFully(descriptor_.get(), check, chunkSize, offset);
     for (std::size_t i = 0; i < chunkSlots; ++i) {
         std::uint64_t const after = controlAt(check + i * ringSlotSize);
         std::uint64_t const control = !isWhole ? 0 : after == before[i] ? after : after | slotBusy;
@@ -217,7 +204,7 @@ TraceProgress RingReader::follow(TraceFilter const& filter, TraceEntry* entries,
     if (!readNextTicket(&end)) {
         return progress;
     }
-    if (std::int64_t const now = monotonicNs(); now - markedTimeNs_ >= settleNs) {
+    if (std::int64_t const now = clockNs(CLOCK_MONOTONIC); now - markedTimeNs_ >= settleNs) {
         settledTicket_ = markedTimeNs_ != 0 ? markedTicket_ : end - slotCount_;
         markedTicket_ = end;
         markedTimeNs_ = now;

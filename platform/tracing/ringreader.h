@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 
+#include "common/systemcalls.h"
 #include "tracing/ringlayout.h"
 
 // Reading the trace ring, while programs write into it. Build with tracing/ringreader.cpp,
@@ -49,11 +50,6 @@ struct TraceProgress {
 /// by several threads at once.
 class RingReader {
 public:
-    RingReader() = default;
-    ~RingReader();
-    RingReader(RingReader const&) = delete;
-    RingReader& operator=(RingReader const&) = delete;
-
     /// Opens the user's shared ring for reading; never through a link, and nothing but a ring that
     /// programs of this user would write to. Returns 0 or an errno: ENOENT when no program has
     /// traced yet; problem() then says in words what is wrong. The file is read, not mapped, so
@@ -97,7 +93,7 @@ private:
     Found readTicket(std::uint64_t const& ticket, TraceFilter const& filter, TraceEntry* entry);
     void settle(std::uint64_t end);
 
-    int descriptor_ = -1;
+    Descriptor descriptor_;
     RingHeader const* header_ = nullptr;
     RingSlot const* slots_ = nullptr;
     std::uint64_t slotCount_ = 0;

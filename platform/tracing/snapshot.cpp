@@ -9,8 +9,8 @@
 #include <new>
 
 #include "common/copybytes.h"
-#include "common/errnokeeper.h"
-#include "common/utf8.h"
+#include "common/systemcalls.h"
+#include "common/text.h"
 #include "tracing/ring.h"
 #include "tracing/ringreader.h"
 #include "zelqplatform/trace_service.h"
@@ -29,16 +29,7 @@ constexpr std::size_t longestRow = headSize + zelq::ringLineMax + 1;
 /// What a row tells of its line's origin; what is the same in all rows is left out.
 enum class Origin { processAndThread, thread, none };
 
-// Control characters, the two-byte ones from U+0080 to U+009F among them, can steer a terminal.
-bool isControl(unsigned char const* bytes, std::size_t length) {
-    return length == 1 ? bytes[0] < 0x20 || bytes[0] == 0x7F : length == 2 && bytes[0] == 0xC2 && bytes[1] < 0xA0;
-}
-
 // Formatting by hand: an error log takes three snapshots of some hundred rows each while it is built.
-
-bool isPrintable(unsigned char byte) {
-    return byte >= 0x20 && byte < 0x7F;
-}
 
 constexpr std::size_t runSize = sizeof(__m128i);
 
@@ -52,7 +43,7 @@ bool isRunPrintable(unsigned char const* bytes) {
 
 bool areAllPrintable(unsigned char const* bytes, std::size_t length) {
     if (length < runSize) {
-        return std::all_of(bytes, bytes + length, isPrintable);
+        return std::all_of(bytes, bytes + length, zelq::isPrintableAscii);
     }
     std::size_t const lastRun = length - runSize;
     for (std::size_t i = 0; i < lastRun; i += runSize) {
@@ -139,7 +130,7 @@ private:
         }
         for (unsigned char const* const textEnd = bytes + entry.length; bytes != textEnd && end_ != rowEnd_;) {
             std::size_t const length = zelq::utf8Length(bytes, static_cast<std::size_t>(textEnd - bytes));
-            if (length == 0 || isControl(bytes, length)) {
+            if (length == 0 || zelq::isControl(bytes, length)) {
                 *end_++ = '.';
             } else if (length <= static_cast<std::size_t>(rowEnd_ - end_)) {
                 append(reinterpret_cast<char const*>(bytes), length);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "common/text.h"
 #include "tracing/ring.h"
 
 namespace {
@@ -16,21 +17,14 @@ constexpr std::size_t offsetDigitsMax = 8;  // a quarter of the largest ring dum
 // A row is: label, blank, offset, ": ", three characters a byte, blank, the characters in bars.
 constexpr std::size_t labelMax = zelq::ringLineMax - 1 - offsetDigitsMax - 2 - 3 * bytesPerRow - 1 - bytesPerRow - 2;
 
-char* appendHex(char* to, unsigned long value, int digits) {
-    for (int shift = 4 * (digits - 1); shift >= 0; shift -= 4) {
-        *to++ = "0123456789abcdef"[value >> shift & 0xF];
-    }
-    return to;
-}
-
 char* appendRow(char* to, unsigned long offset, unsigned char const* bytes, std::size_t count) {
     *to++ = ' ';
-    to = appendHex(to, offset, offset < 0x10000 ? 4 : static_cast<int>(offsetDigitsMax));
+    to = zelq::putHexDigits(to, offset, offset < 0x10000 ? 4 : static_cast<int>(offsetDigitsMax));
     *to++ = ':';
     *to++ = ' ';
     char* const blanks = to;
     for (std::size_t i = 0; i < count; ++i) {
-        to = appendHex(to, bytes[i], 2);
+        to = zelq::putHexDigits(to, bytes[i], 2);
         *to++ = ' ';
     }
     std::size_t const hexWidth = 3 * bytesPerRow + 1;  // a short row's characters stand below the others'
@@ -38,8 +32,7 @@ char* appendRow(char* to, unsigned long offset, unsigned char const* bytes, std:
     to = blanks + hexWidth;
     *to++ = '|';
     for (std::size_t i = 0; i < count; ++i) {
-        bool const isPrintable = bytes[i] >= 0x20 && bytes[i] < 0x7F;
-        *to++ = isPrintable ? static_cast<char>(bytes[i]) : '.';
+        *to++ = zelq::isPrintableAscii(bytes[i]) ? static_cast<char>(bytes[i]) : '.';
     }
     *to++ = '|';
     return to;

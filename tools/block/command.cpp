@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 #include "tools/block/hextext.h"
 #include "tools/block/printer.h"
 

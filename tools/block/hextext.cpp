@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "common/text.h"
 #include "tools/terminal/output.h"
 
 namespace zelq {
@@ -208,7 +209,7 @@ private:
 
 bool isPlainText(std::string_view bytes) {
     return std::all_of(bytes.begin(), bytes.end(),
-                       [](char c) { return (c >= 0x20 && c < 0x7F) || c == '\t' || c == '\n' || c == '\r'; });
+                       [](unsigned char c) { return isPrintableAscii(c) || c == '\t' || c == '\n' || c == '\r'; });
 }
 
 std::string parseHexText(std::string_view text, std::size_t most, std::string* bytes) {

@@ -19,7 +19,7 @@ std::string keyOf(char const* name) {
 std::string textOf(std::string_view bytes) {
     std::string text;
     std::string_view const characters = bytes.substr(0, bytes.find('\0'));
-    appendReplacingInvalid(reinterpret_cast<unsigned char const*>(characters.data()), characters.size(), text);
+    appendReplacingInvalid(characters, text);
     return text;
 }
 

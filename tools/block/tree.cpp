@@ -20,7 +20,8 @@ std::string typeText(std::uint16_t type) {
 
 std::string numberText(BlockField const& field, std::int64_t number) {
     std::uint64_t const mask = (std::uint64_t{1} << (8 * field.size)) - 1;
-    std::string const digits = "0x" + hexDigits(static_cast<std::uint64_t>(number) & mask, 2 * field.size);
+    std::string const digits =
+        "0x" + hexDigits(static_cast<std::uint64_t>(number) & mask, static_cast<int>(2 * field.size));
     std::string const words = fieldWords(field, number);
     if (field.meaning == FieldMeaning::attributes) {
         return digits + " (" + words + ")";
@@ -109,7 +110,9 @@ public:
     void fault(std::string const& what) override { printNote(Style::alarm, what); }
 
 private:
-    std::size_t indent() const { return 2 * depth_ + (options_.offsets ? offsetDigits_ + 2 : 0); }
+    std::size_t indent() const {
+        return 2 * depth_ + (options_.offsets ? static_cast<std::size_t>(offsetDigits_) + 2 : 0);
+    }
 
     void startLine(std::size_t offset) {
         if (options_.offsets) {
@@ -154,7 +157,7 @@ private:
 
     BlockTreeOptions options_;
     Output& output_;
-    std::size_t offsetDigits_;
+    int offsetDigits_;
     std::size_t depth_ = 0;
     std::size_t blocks_ = 0;  // on the outermost level
 };

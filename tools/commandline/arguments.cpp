@@ -3,9 +3,9 @@
 #include <cctype>
 #include <cerrno>
 #include <cstdlib>
-#include <ctime>
 #include <limits>
 
+#include "common/systemcalls.h"
 #include "tools/commandline/timetext.h"
 
 namespace zelq {
@@ -27,9 +27,7 @@ bool parseNumber(std::string const& text, int base, std::uint64_t most, std::uin
 }
 
 long long nowUs() {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<long long>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+    return clockNs(CLOCK_REALTIME) / 1000;
 }
 
 }  // namespace

@@ -16,7 +16,7 @@
 #include <cstring>
 
 #include "common/statefolder.h"
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 #include "store/append.h"
 #include "store/lock.h"
 #include "store/reader.h"
@@ -231,12 +231,11 @@ Cut findCut(StoreFiles const& store, LogPruneOptions const& options) {
 }
 
 Cut prune(StoreReader& store, LogPruneOptions const& options) {
-    int number = -1;
-    if (int const failure = openStateFolder(FolderUse::store, false, &number); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::store, MissingFolder::leave, folder); failure != 0) {
         fail("open '" + store.files().folder() + "'", failure);
     }
-    Descriptor const folder(number);
-    Pruner pruner(number);
+    Pruner pruner(folder.get());
     if (int const failure = store.open(); failure != 0) {
         fail("open '" + store.files().folder() + "'", failure);
     }

@@ -20,7 +20,7 @@ void printField(std::string_view name, std::string_view value, Output& output, S
     output.printLine(value, style);
 }
 
-std::string number(std::uint64_t value, std::size_t digits) {
+std::string number(std::uint64_t value, int digits) {
     return "0x" + hexDigits(value, digits) + " (" + std::to_string(value) + ")";
 }
 
@@ -73,7 +73,7 @@ void printItem(RecordItem const& item, char const* note, Output& output) {
         return;
     }
     // Four digits keep a line below 80 columns; longer items get what they need.
-    std::size_t const digits = item.bytes.size() > 0x10000 ? 6 : 4;
+    int const digits = item.bytes.size() > 0x10000 ? 6 : 4;
     for (std::size_t offset = 0; offset < item.bytes.size(); offset += 16) {
         output.printLine("    " + hexDigits(offset, digits) + "  " +
                          hexRow(std::string_view(item.bytes).substr(offset, 16), 16));

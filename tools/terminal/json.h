@@ -8,7 +8,6 @@
 #include <rapidjson/writer.h>
 
 #include "store/jsonmemory.h"
-#include "store/textencoding.h"
 #include "tools/terminal/output.h"
 
 namespace zelq {
@@ -41,13 +40,12 @@ public:
     /// A field with the bytes as text. As in the store: where they are not UTF-8, they stand beside it
     /// in NAME_base64.
     void exactField(std::string const& name, std::string_view bytes) {
-        auto const* const start = reinterpret_cast<unsigned char const*>(bytes.data());
         std::string text;
-        appendReplacingInvalid(start, bytes.size(), text);
+        appendReplacingInvalid(bytes, text);
         field(name, text);
         if (text != bytes) {
             std::string exact;
-            appendBase64(start, bytes.size(), exact);
+            appendBase64(bytes, exact);
             field(name + "_base64", exact);
         }
     }

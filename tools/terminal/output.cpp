@@ -8,7 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "common/uninterrupted.h"
+#include "common/systemcalls.h"
 #include "tools/terminal/terminal.h"
 
 namespace zelq {

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <string_view>
 #include <utility>
 
+#include "common/systemcalls.h"
 #include "tools/terminal/text.h"
 
 namespace zelq {
@@ -18,9 +18,7 @@ constexpr long long firstAfterMs = 1000;
 constexpr long long thenEveryMs = 200;
 
 long long nowMs() {
-    timespec now = {};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    return clockNs(CLOCK_MONOTONIC) / 1000000;
 }
 
 }  // namespace

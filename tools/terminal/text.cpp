@@ -3,12 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "store/textencoding.h"
-
 namespace zelq {
 namespace {
-
-constexpr char hexadecimal[] = "0123456789abcdef";
 
 unsigned codePoint(unsigned char const* bytes, std::size_t length) {
     if (length == 1) {
@@ -38,7 +34,7 @@ std::string printable(std::string_view text, Tabs tabs) {
     shown.reserve(text.size());
     auto const* const bytes = reinterpret_cast<unsigned char const*>(text.data());
     for (std::size_t i = 0; i < text.size();) {
-        if (text.size() - i >= 8 && isPrintableAscii(textWord(bytes + i))) {
+        if (text.size() - i >= 8 && isPrintableWord(textWord(bytes + i))) {
             shown.append(text, i, 8);
             i += 8;
             continue;
@@ -63,21 +59,11 @@ std::string padded(std::string shown, std::size_t width) {
     return shown;
 }
 
-std::string hexDigits(std::uint64_t number, std::size_t digits) {
-    std::string text;
-    for (; number != 0 || text.size() < std::max<std::size_t>(digits, 1); number >>= 4) {
-        text += hexadecimal[number & 0xF];
-    }
-    std::reverse(text.begin(), text.end());
-    return text;
-}
-
 std::string hexText(std::string_view bytes) {
-    std::string text;
-    text.reserve(2 * bytes.size());
+    std::string text(2 * bytes.size(), '0');
+    char* end = text.data();
     for (char const c : bytes) {
-        text += hexadecimal[static_cast<unsigned char>(c) >> 4];
-        text += hexadecimal[static_cast<unsigned char>(c) & 0xF];
+        end = putHexDigits(end, static_cast<unsigned char>(c), 2);
     }
     return text;
 }
@@ -89,7 +75,7 @@ std::string hexRow(std::string_view row, std::size_t width) {
         text += i != 0 && i % 8 == 0 ? " " : "";
         text += i < row.size() ? hexText(row.substr(i, 1)) + " " : "   ";
         if (i < row.size()) {
-            characters += row[i] >= 0x20 && row[i] < 0x7F ? row[i] : '.';
+            characters += isPrintableAscii(static_cast<unsigned char>(row[i])) ? row[i] : '.';
         }
     }
     return text + " |" + characters + "|";

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/text.h"
+
 namespace zelq {
 
 /// What becomes of a tab in a text that is made harmless.
@@ -19,9 +21,6 @@ std::string printable(std::string_view text, Tabs tabs = Tabs::escaped);
 
 /// `shown`, of which a terminal shows each character, with spaces behind it up to `width` columns.
 std::string padded(std::string shown, std::size_t width);
-
-/// `number` in at least `digits` hexadecimal digits, in lower case.
-std::string hexDigits(std::uint64_t number, std::size_t digits);
 
 /// Two hexadecimal digits for each byte, without blanks.
 std::string hexText(std::string_view bytes);

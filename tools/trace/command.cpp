@@ -1,6 +1,5 @@
 #include "tools/trace/command.h"
 
-#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -72,8 +71,8 @@ std::string ringPath() {
 
 /// Opens the ring. Complains about everything but a missing one, for which it returns exitNothing.
 ExitStatus openRing(RingReader& ring) {
-    int folder = -1;
-    if (int const failure = openStateFolder(FolderUse::ring, false, &folder); failure != 0) {
+    Descriptor folder;
+    if (int const failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder); failure != 0) {
         if (failure == ENOENT) {
             return exitNothing;
         }
@@ -81,7 +80,6 @@ ExitStatus openRing(RingReader& ring) {
         complainAboutFolder(path.substr(0, path.rfind('/')), failure);
         return exitFailed;
     }
-    close(folder);
     int const failure = ring.open();
     if (failure != 0 && failure != ENOENT) {
         complain("bad trace ring: '" + ringPath() + "' " + ring.problem());
