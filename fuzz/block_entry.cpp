@@ -46,11 +46,11 @@ std::string dump(std::string const& bytes, std::size_t row, char const* mark) {
 }
 
 void requireReadAs(std::string const& text, std::string const& bytes) {
-    std::string read;
-    if (std::string const reason = zelq::parseHexText(text, bytesMost, &read); !reason.empty()) {
-        fail(reason + " in a good dump");
+    zelq::HexText const read = zelq::parseHexText(text, bytesMost);
+    if (!read.fault.empty()) {
+        fail(read.fault + " in a good dump");
     }
-    require(read == bytes, "a dump stands for other bytes");
+    require(read.bytes == bytes, "a dump stands for other bytes");
 }
 
 }  // namespace
@@ -72,11 +72,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     checkTree(input, size % 2 == 0, printed);
     char const* const marks[] = {nullptr, ": ", "  "};
     requireReadAs(dump(input, 16, marks[size % 3]), input);
-    std::string bytes;
     zelq::isPlainText(input);
-    if (zelq::parseHexText(input, bytesMost, &bytes).empty()) {
-        require(bytes.size() <= bytesMost, "more bytes than were asked for");
-        requireReadAs(dump(bytes, 16, ": "), bytes);
+    zelq::HexText const text = zelq::parseHexText(input, bytesMost);
+    if (text.fault.empty()) {
+        require(text.bytes.size() <= bytesMost, "more bytes than were asked for");
+        requireReadAs(dump(text.bytes, 16, ": "), text.bytes);
     }
     return 0;
 }

@@ -51,7 +51,7 @@ public:
     void complain();
 
     /// `status`, or exitDamaged when there was damage.
-    int exitStatus(int status) const { return count(Fault::damaged) > 0 ? exitDamaged : status; }
+    ExitStatus exitStatus(ExitStatus status) const { return count(Fault::damaged) > 0 ? exitDamaged : status; }
 
 private:
     void keep(Fault&& fault) override;

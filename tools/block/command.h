@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "tools/terminal/output.h"
+#include "tools/commandline/options.h"
 
 namespace zelq {
 
@@ -16,8 +16,11 @@ struct BlockOptions {
     bool json = false;       ///< an object a line
 };
 
-/// Prints what the blocks in a file hold. Returns an ExitStatus.
-int showBlocks(BlockOptions const& options, Output& output);
+/// Prints what the blocks in a file hold. Throws Failure where it cannot go on.
+ExitStatus showBlocks(BlockOptions const& options, Output& output);
+
+/// Adds `block` with its options to the parser.
+Command addBlockCommand(CLI::App& app);
 
 }  // namespace zelq
 

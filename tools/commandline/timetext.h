@@ -17,17 +17,6 @@ std::string storedTime(long long timeUs);
 /// digits when `microseconds`.
 std::string shownTime(long long timeUs, bool microseconds);
 
-/// Reads a time as people give it on a command line:
-///
-///   2026-11-22 10:00:00   a moment; seconds, time of day or date may be left out
-///   today  yesterday  tomorrow  now
-///   10 min ago  -10min  -1h30min  +5s     relative to `nowUs`
-///   @1764000000           seconds since 1970
-///
-/// A moment is in local time unless "UTC" or "Z" follows it, so that a time that was printed by
-/// shownTime() can be given back. False when it is no such time.
-bool parseGivenTime(std::string_view text, long long nowUs, long long* timeUs);
-
 }  // namespace zelq
 
 #endif

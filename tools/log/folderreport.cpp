@@ -6,7 +6,7 @@
 
 namespace zelq {
 
-void complainAboutFolder(std::string const& path, int failure) {
+void refuseFolder(std::string const& path, int failure) {
     std::string reason = std::strerror(failure);
     if (failure == EPERM) {
         reason = "it belongs to another user, or others may write into it";
@@ -15,23 +15,22 @@ void complainAboutFolder(std::string const& path, int failure) {
     } else if (failure == ENAMETOOLONG) {
         reason = "its path is too long";
     }
-    complain("cannot use the folder '" + path + "': " + reason);
+    throw Failure{exitFailed, "cannot use the folder '" + path + "': " + reason};
 }
 
-ExitStatus openStore(StoreReader& store) {
+bool openStore(StoreReader& store) {
     int const failure = store.open();
     if (failure == ENOENT || (failure == 0 && store.isMissing())) {
         complain("no records yet: there is no store in '" + store.files().folder() + "'");
         if (std::getenv("ZELQ_DIR") == nullptr) {
             complain("programs of other users have other stores; look as the user whose program it was");
         }
-        return exitNothing;
+        return false;
     }
     if (failure != 0) {
-        complainAboutFolder(store.files().folder(), failure);
-        return exitFailed;
+        refuseFolder(store.files().folder(), failure);
     }
-    return exitFine;
+    return true;
 }
 
 void complainAboutNothing(StoreReader const& store, LogFilter const& filter) {

@@ -9,12 +9,12 @@
 
 namespace zelq {
 
-/// Complains that the state folder `path` could not be opened; `failure` is what
+/// Throws the Failure for a state folder `path` that could not be opened; `failure` is what
 /// openStateFolder() returned.
-void complainAboutFolder(std::string const& path, int failure);
+[[noreturn]] void refuseFolder(std::string const& path, int failure);
 
-/// Opens the store. When that fails or there is none, says so and returns the status for it.
-ExitStatus openStore(StoreReader& store);
+/// Opens the store. When there is none, says so and returns false.
+bool openStore(StoreReader& store);
 
 /// Complains that no record of the store matches.
 void complainAboutNothing(StoreReader const& store, LogFilter const& filter);

@@ -27,7 +27,7 @@ void printOldestFirst(StoreReader const& store, std::vector<RecordPlace> const& 
 }
 
 // The candidates stand with whole ids, oldest first, ready to be copied.
-int reportAmbiguous(std::string const& id, std::deque<Record> const& newest, std::size_t count, Output& output) {
+ExitStatus reportAmbiguous(std::string const& id, std::deque<Record> const& newest, std::size_t count, Output& output) {
     output.finish();
     complain("id '" + id + "' is ambiguous, it begins the ids of " + counted(count, "record") +
              (count > newest.size() ? ", such as:" : ":"));
@@ -39,10 +39,10 @@ int reportAmbiguous(std::string const& id, std::deque<Record> const& newest, std
 
 }  // namespace
 
-int listLogs(LogListOptions const& options, Output& output) {
+ExitStatus listLogs(LogOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     output.startPager();
     LogWriter writer(options.writer, output);
@@ -62,7 +62,11 @@ int listLogs(LogListOptions const& options, Output& output) {
                     [&](Record const& record, std::string_view line, RecordPlace const& place) {
                         if (options.filter.matches(record)) {
                             ++count;
-                            options.writer.isReversed ? writer.print(record, line) : places.push_back(place);
+                            if (options.writer.isReversed) {
+                                writer.print(record, line);
+                            } else {
+                                places.push_back(place);
+                            }
                         }
                         return count < options.newest && !output.isDone();
                     });
@@ -76,10 +80,10 @@ int listLogs(LogListOptions const& options, Output& output) {
     return faults.exitStatus(writer.isAnything() ? exitFine : exitNothing);
 }
 
-int showLog(LogShowOptions const& options, Output& output) {
+ExitStatus showLog(LogOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     output.startPager();
     std::string const& id = options.id;
@@ -111,7 +115,11 @@ int showLog(LogShowOptions const& options, Output& output) {
     output.finish();
     faults.complain();
     if (count == 0) {
-        id.empty() ? complainAboutNothing(store, options.filter) : complain("no record with id '" + id + "'");
+        if (id.empty()) {
+            complainAboutNothing(store, options.filter);
+        } else {
+            complain("no record with id '" + id + "'");
+        }
     }
     return faults.exitStatus(count > 0 ? exitFine : exitNothing);
 }

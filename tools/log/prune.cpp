@@ -248,10 +248,10 @@ Cut prune(StoreReader& store, LogPruneOptions const& options) {
 
 }  // namespace
 
-int pruneStore(LogPruneOptions const& options, Output& output) {
+ExitStatus pruneStore(LogPruneOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status == exitNothing ? exitFine : status;  // what is not there need not be removed
+    if (!openStore(store)) {
+        return exitFine;  // what is not there need not be removed
     }
     try {
         Cut const cut = options.isDryRun ? findCut(store.files(), options) : prune(store, options);

@@ -146,10 +146,10 @@ void printJson(Statistics const& statistics, Output& output) {
 
 }  // namespace
 
-int countLogs(LogStatsOptions const& options, Output& output) {
+ExitStatus countLogs(LogOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     Statistics statistics;
     FaultList faults;
@@ -166,7 +166,11 @@ int countLogs(LogStatsOptions const& options, Output& output) {
     progress.hide();
     if (statistics.records > 0) {
         output.startPager();
-        options.json ? printJson(statistics, output) : printTables(statistics, output);
+        if (options.writer.format == logFormatNamed("json")) {
+            printJson(statistics, output);
+        } else {
+            printTables(statistics, output);
+        }
     }
     output.finish();
     faults.complain();

@@ -26,10 +26,10 @@ private:
 
 }  // namespace
 
-int verifyStore(Output& output) {
+ExitStatus verifyStore(Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     Progress progress("verifying", store.files().totalSize());
     FaultPrinter faults(progress, output);

@@ -1,5 +1,7 @@
 #include "tools/log/writer.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -52,6 +54,11 @@ private:
 };
 
 }  // namespace
+
+LogFormat const* logFormatNamed(std::string_view name) {
+    return std::find_if(std::begin(logFormats), std::end(logFormats),
+                        [name](LogFormat const& format) { return format.name == name; });
+}
 
 void LogWriter::print(Record const& record, std::string_view line) {
     (this->*options_.format->print)(record, line);

@@ -10,11 +10,14 @@ namespace zelq {
 
 struct LogFormat;
 
+/// The format that has this name, which there must be.
+LogFormat const* logFormatNamed(std::string_view name);
+
 /// Prints records one after the other, with what the format has around them.
 class LogWriter {
 public:
     struct Options {
-        LogFormat const* format;
+        LogFormat const* format = logFormatNamed("short");
         bool isFull = false;      ///< whole traces
         bool isReversed = false;  ///< the newest record comes first
     };
@@ -43,6 +46,7 @@ struct LogFormat {
     void (LogWriter::*print)(Record const& record, std::string_view line);
 };
 
+/// All of them, for the command line too.
 constexpr LogFormat logFormats[] = {
     {"short", &LogWriter::printSummary},    // a table, one line for each record
     {"verbose", &LogWriter::printVerbose},  // everything about each record

@@ -3,8 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
+
+#include <CLI/CLI.hpp>
 
 #include "common/statefolder.h"
 #include "tools/commandline/timetext.h"
@@ -69,27 +72,23 @@ std::string ringPath() {
     return stateFolderPath(FolderUse::ring, path) == 0 ? path + std::string("/") + ringFileName : "";
 }
 
-/// Opens the ring. Complains about everything but a missing one, for which it returns exitNothing.
-ExitStatus openRing(RingReader& ring) {
+/// Opens the ring. False when there is none.
+bool openRing(RingReader& ring) {
     Descriptor folder;
-    if (int const failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder); failure != 0) {
-        if (failure == ENOENT) {
-            return exitNothing;
-        }
-        std::string const path = ringPath();
-        complainAboutFolder(path.substr(0, path.rfind('/')), failure);
-        return exitFailed;
-    }
-    int const failure = ring.open();
+    int failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder);
     if (failure != 0 && failure != ENOENT) {
-        complain("bad trace ring: '" + ringPath() + "' " + ring.problem());
-        return exitDamaged;
+        std::string const path = ringPath();
+        refuseFolder(path.substr(0, path.rfind('/')), failure);
     }
-    return failure == 0 ? exitFine : exitNothing;
+    failure = failure != 0 ? failure : ring.open();
+    if (failure != 0 && failure != ENOENT) {
+        throw Failure{exitDamaged, "bad trace ring: '" + ringPath() + "' " + ring.problem()};
+    }
+    return failure == 0;
 }
 
 // Ends only by a failure: of the ring, or of an output whose reader has gone.
-int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, Output& output) {
+ExitStatus follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, Output& output) {
     std::vector<TraceEntry> entries(followBatch);
     while (output.flush()) {
         TraceProgress const progress = ring.follow(filter, entries.data(), entries.size());
@@ -104,10 +103,7 @@ int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, O
             continue;
         }
         if (progress.count == 0 && ring.isRemoved()) {
-            // Programs started from now on trace to another ring.
-            if (ExitStatus const status = openRing(ring); status != exitFine && status != exitNothing) {
-                return status;
-            }
+            openRing(ring);  // programs started from now on trace to another one
         }
         if (!output.flush() || !output.waitWithReader()) {
             break;
@@ -118,20 +114,21 @@ int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, O
 
 }  // namespace
 
-int printTrace(TraceOptions const& options, Output& output) {
+ExitStatus printTrace(TraceOptions const& options, Output& output) {
     RingReader ring;
-    ExitStatus status = openRing(ring);
-    if (status == exitNothing) {
+    bool isOpen = openRing(ring);
+    if (!isOpen) {
         complain("no trace yet: there is no ring '" + ringPath() + "'");
     }
     // With follow, wait for the first program that traces.
-    while (status == exitNothing && options.follow && output.waitWithReader()) {
-        status = openRing(ring);
+    while (!isOpen && options.follow && output.waitWithReader()) {
+        isOpen = openRing(ring);
     }
-    if (status != exitFine) {
-        return status;
+    if (!isOpen) {
+        return exitNothing;
     }
-    std::vector<TraceEntry> entries(std::min(options.newest, ring.slotCount()));
+    std::size_t const newest = options.newest.value_or(options.follow ? followedNewest : ring.slotCount());
+    std::vector<TraceEntry> entries(std::min(newest, ring.slotCount()));
     std::size_t const count = ring.newest(options.filter, entries.data(), entries.size());
     TracePrinter printer(options.json, output);
     if (!options.follow) {
@@ -143,10 +140,24 @@ int printTrace(TraceOptions const& options, Output& output) {
     if (options.follow) {
         return follow(ring, options.filter, printer, output);
     }
-    if (count == 0 && options.newest > 0) {
+    if (count == 0 && newest > 0) {
         complain("no lines match in '" + ringPath() + "'");
     }
     return count > 0 ? exitFine : exitNothing;
+}
+
+Command addTraceCommand(CLI::App& app) {
+    CLI::App& trace = *app.add_subcommand("trace", "trace lines, oldest first");
+    auto const options = std::make_shared<TraceOptions>();
+    addNewest(trace, "only the newest N lines (10 when N is left out)", options->newest);
+    trace.add_flag("-f,--follow", options->follow, "begin with the newest 10 lines, then show new ones");
+    trace.add_option("--pid", options->filter.pid, "only lines of this process")->type_name("PID");
+    trace.add_option("--tid", options->filter.tid, "only lines of this thread")->type_name("TID");
+    trace.add_option("--handle", options->filter.handle, "only lines of this trace; 0 is the default one")
+        ->type_name("NUMBER");
+    addFormat(trace, "short, for people, or json, one object per line", {"short", "json"},
+              [options](std::string const& name) { options->json = name == "json"; });
+    return {&trace, [options](Output& output) { return printTrace(*options, output); }};
 }
 
 }  // namespace zelq
