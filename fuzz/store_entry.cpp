@@ -8,8 +8,7 @@
 #include <set>
 
 #include "entry.h"
-#include "store/append.h"
-#include "store/faults.h"
+#include "store/layout.h"
 #include "store/reader.h"
 #include "store/recordwriter.h"
 #include "surroundings.h"
@@ -78,9 +77,8 @@ std::string written(Record const& read) {
 Record parsed(std::string const& line) {
     Record record;
     require(line.find('\n') == line.size() - 1, "a written record is not one line");
-    std::string const reason = parseRecord(std::string_view(line).substr(0, line.size() - 1), &record).reason;
-    if (!reason.empty()) {
-        fail(reason + " in the written line\n" + line);
+    if (auto const fault = parseRecord(std::string_view(line).substr(0, line.size() - 1), record)) {
+        fail(fault->reason + " in the written line\n" + line);
     }
     return record;
 }
@@ -103,9 +101,7 @@ void checkRoundTrip(Record const& record) {
 std::size_t putFiles(std::string const& folder, std::string_view input) {
     std::size_t lines = 0;
     for (unsigned index = 0; index < filesMax; ++index) {
-        char name[zelq::storeNameSize];
-        zelq::storeFileName(index, name);
-        std::string const path = folder + "/" + name;
+        std::string const path = folder + "/" + zelq::storeFileName(index).text;
         if (index > 0 && input.empty()) {
             unlink(path.c_str());
             continue;

@@ -1,5 +1,7 @@
 #include "common/text.h"
 
+#include <cstdio>
+
 namespace zelq {
 namespace {
 
@@ -98,6 +100,27 @@ std::string hexDigits(std::uint64_t number, int digits) {
     digits = digits < 1 ? 1 : digits;
     std::string text(static_cast<std::size_t>(digits), '0');
     putHexDigits(&text[0], number, digits);
+    return text;
+}
+
+std::string counted(std::uint64_t number, char const* singular) {
+    return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
+}
+
+std::string byteCount(std::uint64_t number) {
+    if (number < 1024) {
+        return counted(number, "byte");
+    }
+    double value = static_cast<double>(number);
+    char const* unit = nullptr;
+    for (char const* const next : {"KiB", "MiB", "GiB"}) {
+        if (unit == nullptr || value >= 1024) {
+            value /= 1024;
+            unit = next;
+        }
+    }
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f %s", value, unit);
     return text;
 }
 

@@ -108,6 +108,12 @@ char* putHexDigits(char* to, Number number, int digits) {
 /// A number in at least `digits` hexadecimal digits, in lower case.
 std::string hexDigits(std::uint64_t number, int digits);
 
+/// "1 line", "2 lines".
+std::string counted(std::uint64_t number, char const* singular);
+
+/// "512 bytes", "1.5 MiB".
+std::string byteCount(std::uint64_t number);
+
 }  // namespace zelq
 
 #endif

@@ -9,6 +9,7 @@
 
 #include "common/statefolder.h"
 #include "common/systemcalls.h"
+#include "store/layout.h"
 #include "store/lock.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -19,10 +20,8 @@ namespace {
 enum class Place { free, file, folder };
 
 Place lookAt(int folder, unsigned index) {
-    char name[storeNameSize];
-    storeFileName(index, name);
     struct stat status;
-    if (fstatat(folder, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (fstatat(folder, storeFileName(index).text, &status, AT_SYMLINK_NOFOLLOW) != 0) {
         return errno == ENOENT ? Place::free : Place::file;
     }
     return S_ISDIR(status.st_mode) ? Place::folder : Place::file;
@@ -31,9 +30,7 @@ Place lookAt(int folder, unsigned index) {
 // Removes the files that a larger ZELQ_STORE_FILES once allowed.
 void removeBeyond(int folder, unsigned files) {
     for (unsigned index = files; index < storeFilesMaximum; ++index) {
-        char name[storeNameSize];
-        storeFileName(index, name);
-        if (unlinkat(folder, name, 0) != 0 && errno == ENOENT) {
+        if (unlinkat(folder, storeFileName(index).text, 0) != 0 && errno == ENOENT) {
             break;
         }
     }
@@ -55,11 +52,8 @@ bool rotate(int folder, unsigned files) {
         }
     }
     for (unsigned index = last; index > 0; --index) {
-        char from[storeNameSize];
-        char to[storeNameSize];
-        storeFileName(index - 1, from);
-        storeFileName(index, to);
-        if (renameat(folder, from, folder, to) != 0 && errno != ENOENT) {
+        StoreFileName const from = storeFileName(index - 1);
+        if (renameat(folder, from.text, folder, storeFileName(index).text) != 0 && errno != ENOENT) {
             return false;
         }
     }
@@ -146,9 +140,8 @@ int syncFolders(int newest) {
 
 /// Opens the newest file with room for `size` bytes, rotating first if need be.
 StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* fileSize) {
-    char name[storeNameSize];
-    storeFileName(0, name);
-    if (int const failure = openStoreFile(folder, name, file); failure != 0) {
+    StoreFileName const name = storeFileName(0);
+    if (int const failure = openStoreFile(folder, name.text, file); failure != 0) {
         return failed(XLOG_NO_STORE, failure);
     }
     *fileSize = lseek(file.get(), 0, SEEK_END);
@@ -161,7 +154,7 @@ StoreOutcome openNewest(int folder, std::size_t size, Descriptor& file, off_t* f
         // If no new file can be had, the record goes to the end of the old one: that is still the
         // newest record in the newest file, and better than none.
         Descriptor fresh;
-        if (openStoreFile(folder, name, fresh) == 0) {
+        if (openStoreFile(folder, name.text, fresh) == 0) {
             file.swap(fresh);
             *fileSize = 0;
         }

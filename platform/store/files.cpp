@@ -9,33 +9,28 @@
 #include <numeric>
 
 #include "common/statefolder.h"
-#include "store/append.h"
+#include "store/layout.h"
 
 namespace zelq {
 namespace {
 
-bool identify(struct stat const& status, StoreFile* file) {
-    file->device = status.st_dev;
-    file->inode = status.st_ino;
-    file->size = status.st_size;
-    return S_ISREG(status.st_mode);
+std::optional<StoreFile> identified(struct stat const& status, unsigned index) {
+    if (!S_ISREG(status.st_mode)) {
+        return std::nullopt;
+    }
+    return StoreFile{Descriptor(), index, status.st_dev, status.st_ino, status.st_size};
 }
 
-bool identifyNewest(int folder, StoreFile* newest) {
+std::optional<StoreFile> newestIn(int folder) {
     struct stat status = {};
-    return fstatat(folder, storeFileName(0).c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 && identify(status, newest);
+    bool const isThere = fstatat(folder, storeFileName(0).text, &status, AT_SYMLINK_NOFOLLOW) == 0;
+    return isThere ? identified(status, 0) : std::nullopt;
 }
 
 }  // namespace
 
-std::string storeFileName(unsigned index) {
-    char name[storeNameSize];
-    storeFileName(index, name);
-    return name;
-}
-
 std::string StoreFile::name() const {
-    return storeFileName(index);
+    return storeFileName(index).text;
 }
 
 int StoreFiles::open() {
@@ -62,33 +57,33 @@ void StoreFiles::openFiles(int folder) {
     files_.clear();
     unreadable_.clear();
     for (unsigned index = 0; index < storeFilesMaximum; ++index) {
-        StoreFile file;
-        file.index = index;
-        std::string const name = file.name();
-        file.descriptor.reset(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-        if (file.descriptor.get() < 0) {
+        std::string const name = storeFileName(index).text;
+        Descriptor opened(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        if (opened.get() < 0) {
             if (errno != ENOENT) {
                 unreadable_.push_back("cannot open '" + name + "': " + std::strerror(errno));
             }
             continue;
         }
         struct stat status = {};
-        if (fstat(file.descriptor.get(), &status) != 0 || !identify(status, &file)) {
+        std::optional<StoreFile> file = fstat(opened.get(), &status) == 0 ? identified(status, index) : std::nullopt;
+        if (!file.has_value()) {
             unreadable_.push_back("not a regular file: '" + name + "'");
             continue;
         }
-        auto const isSame = [&file](StoreFile const& known) { return known.isSame(file); };
+        file->descriptor = std::move(opened);
+        auto const isSame = [&file](StoreFile const& known) { return known.isSame(*file); };
         if (std::none_of(files_.begin(), files_.end(), isSame)) {
-            files_.push_back(std::move(file));
+            files_.push_back(std::move(*file));
         }
     }
 }
 
 // True when the newest file is still the first of those that are open.
 bool StoreFiles::isNewestOpen(int folder) const {
-    StoreFile newest;
+    std::optional<StoreFile> const newest = newestIn(folder);
     bool const isOpen = !files_.empty() && files_[0].index == 0;
-    return identifyNewest(folder, &newest) ? isOpen && files_[0].isSame(newest) : !isOpen;
+    return newest.has_value() ? isOpen && files_[0].isSame(*newest) : !isOpen;
 }
 
 off_t StoreFiles::totalSize() const {
@@ -96,9 +91,10 @@ off_t StoreFiles::totalSize() const {
                            [](off_t sum, StoreFile const& file) { return sum + file.size; });
 }
 
-bool identifyNewest(StoreFile* newest) {
+std::optional<StoreFile> identifyNewest() {
     Descriptor folder;
-    return openStateFolder(FolderUse::store, MissingFolder::leave, folder) == 0 && identifyNewest(folder.get(), newest);
+    int const failure = openStateFolder(FolderUse::store, MissingFolder::leave, folder);
+    return failure == 0 ? newestIn(folder.get()) : std::nullopt;
 }
 
 }  // namespace zelq

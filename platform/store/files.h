@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -54,11 +55,8 @@ private:
     std::vector<std::string> unreadable_;
 };
 
-/// Name of file `index` of the store; 0 is the newest.
-std::string storeFileName(unsigned index);
-
-/// Finds out which file the newest one is, without opening it. False when there is none.
-bool identifyNewest(StoreFile* newest);
+/// Which file the newest one is, without opening it. None when there is none.
+std::optional<StoreFile> identifyNewest();
 
 }  // namespace zelq
 

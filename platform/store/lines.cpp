@@ -4,10 +4,9 @@
 #include <unistd.h>
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <utility>
 
 #include "common/systemcalls.h"
-#include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {
@@ -31,13 +30,13 @@ ssize_t readFully(int file, char* to, std::size_t size, off_t offset) {
 
 }  // namespace
 
-ForwardLines::ForwardLines(int file, off_t offset, Progress* progress)
-    : file_(file), position_(offset), number_(offset == 0 ? 1 : 0), progress_(progress) {}
+ForwardLines::ForwardLines(int file, off_t offset, ReadProgress progress)
+    : file_(file), position_(offset), number_(offset == 0 ? 1 : 0), progress_(std::move(progress)) {}
 
-bool ForwardLines::next(FileLine* line) {
+std::optional<FileLine> ForwardLines::next() {
     if (sizeAtEnd_ >= 0) {
         if (fileSize(file_) == sizeAtEnd_) {
-            return false;
+            return std::nullopt;
         }
         sizeAtEnd_ = -1;
         rest_ = {};
@@ -46,15 +45,15 @@ bool ForwardLines::next(FileLine* line) {
         std::size_t const found = buffer_.find('\n', scanned_);
         if (found != std::string::npos) {
             off_t const size = static_cast<off_t>(found - begin_) + skipped_;
-            *line = {position_, size, {}, number_, true};
+            FileLine line = {position_, size, {}, number_, true};
             number_ += number_ > 0 ? 1 : 0;
-            if (!line->isTooLong()) {
-                line->text = {buffer_.data() + begin_, found - begin_};
+            if (!line.isTooLong()) {
+                line.text = {buffer_.data() + begin_, found - begin_};
             }
             position_ += size + 1;
             begin_ = scanned_ = found + 1;
             skipped_ = 0;
-            return true;
+            return line;
         }
         scanned_ = buffer_.size();
         if (skipped_ > 0 || buffer_.size() - begin_ > lineSizeMax) {
@@ -63,7 +62,7 @@ bool ForwardLines::next(FileLine* line) {
             begin_ = scanned_ = 0;
         }
         if (!fill()) {
-            return false;
+            return std::nullopt;
         }
     }
 }
@@ -80,8 +79,8 @@ bool ForwardLines::fill() {
     ssize_t const count = readFully(file_, &buffer_[size], stepSize, end);
     buffer_.resize(size + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
     if (count > 0) {
-        if (progress_ != nullptr) {
-            progress_->advance(count);
+        if (progress_) {
+            progress_(count);
         }
         return true;
     }
@@ -94,19 +93,18 @@ bool ForwardLines::fill() {
     return false;
 }
 
-bool ForwardLines::rest(FileLine* line) const {
-    *line = rest_;
-    return rest_.size > 0;
+std::optional<FileLine> ForwardLines::rest() const {
+    return rest_.size > 0 ? std::optional<FileLine>(rest_) : std::nullopt;
 }
 
 BackwardLines::BackwardLines(int file, off_t end) : file_(file), start_(end) {}
 
-bool BackwardLines::next(FileLine* line) {
+std::optional<FileLine> BackwardLines::next() {
     if (isFirst_ && !prepend()) {
-        return false;
+        return std::nullopt;
     }
     if (end_ == 0 && start_ == 0) {
-        return false;
+        return std::nullopt;
     }
     // The '\n' that ends this line is behind it already, but for the last line of a file.
     for (std::size_t scanned = end_;;) {
@@ -120,20 +118,21 @@ bool BackwardLines::next(FileLine* line) {
             }
             std::size_t const before = end_;
             if (!prepend()) {
-                return false;
+                return std::nullopt;
             }
             scanned = end_ - before;
             continue;
         }
         std::size_t const begin = isFirstLine ? 0 : found + 1;
-        *line = {start_ + static_cast<off_t>(begin), static_cast<off_t>(end_ - begin) + dropped_, {}, 0, isComplete_};
-        if (!line->isTooLong()) {
-            line->text = {buffer_.data() + begin, end_ - begin};
+        FileLine line = {
+            start_ + static_cast<off_t>(begin), static_cast<off_t>(end_ - begin) + dropped_, {}, 0, isComplete_};
+        if (!line.isTooLong()) {
+            line.text = {buffer_.data() + begin, end_ - begin};
         }
         isComplete_ = true;
         dropped_ = 0;
         end_ = isFirstLine ? 0 : found;
-        return true;
+        return line;
     }
 }
 
@@ -170,9 +169,9 @@ off_t fileSize(int file) {
     return fstat(file, &status) == 0 ? status.st_size : 0;
 }
 
-bool readAt(int file, off_t offset, std::size_t size, std::string* text) {
-    text->resize(size);
-    return readFully(file, &(*text)[0], size, offset) == static_cast<ssize_t>(size);
+std::optional<std::string> readAt(int file, off_t offset, std::size_t size) {
+    std::optional<std::string> text(std::in_place, size, '\0');
+    return readFully(file, text->data(), size, offset) == static_cast<ssize_t>(size) ? std::move(text) : std::nullopt;
 }
 
 std::size_t lineNumberAt(int file, off_t offset) {
@@ -193,11 +192,11 @@ std::size_t lineNumberAt(int file, off_t offset) {
 off_t endOfLastLine(int file) {
     off_t const size = fileSize(file);
     BackwardLines lines(file, size);
-    FileLine line;
-    if (!lines.next(&line)) {
+    std::optional<FileLine> const line = lines.next();
+    if (!line.has_value()) {
         return 0;
     }
-    return line.isComplete ? line.offset + line.size + 1 : line.offset;
+    return line->isComplete ? line->offset + line->size + 1 : line->offset;
 }
 
 }  // namespace zelq

@@ -3,12 +3,12 @@
 
 #include <sys/types.h>
 #include <cstddef>
+#include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
 namespace zelq {
-
-class Progress;
 
 /// A line longer than this is passed over without keeping it. The service writes records that are
 /// some hundred KiB long; what is beyond this bound costs time, but no memory.
@@ -25,19 +25,22 @@ struct FileLine {
     bool isTooLong() const { return size > static_cast<off_t>(lineSizeMax); }
 };
 
+/// Is told, each time that a piece of a file was read, how many bytes that were.
+using ReadProgress = std::function<void(off_t bytes)>;
+
 /// Reads the lines of a file that others append to, from `offset` on. Keeps no more than a line.
 /// Files are read and not mapped: a writer may cut one short.
 class ForwardLines {
 public:
-    explicit ForwardLines(int file, off_t offset = 0, Progress* progress = nullptr);
+    explicit ForwardLines(int file, off_t offset = 0, ReadProgress progress = {});
 
-    /// The next complete line. False at the end, for now: when lines were added, the next call
-    /// finds them.
-    bool next(FileLine* line);
+    /// The next complete line. None at the end, for now: when lines were added, the next call finds
+    /// them.
+    std::optional<FileLine> next();
 
-    /// What stands behind the last complete line, after next() returned false. False when there is
+    /// What stands behind the last complete line, after next() returned none. None when there is
     /// nothing.
-    bool rest(FileLine* line) const;
+    std::optional<FileLine> rest() const;
 
     /// Where the first line begins that was not returned.
     off_t position() const { return position_; }
@@ -51,7 +54,7 @@ private:
     int file_;
     off_t position_;      // file offset of what is in buffer_ from begin_ on
     std::size_t number_;  // of the line at position_; 0 when lines before it were not read
-    Progress* progress_;
+    ReadProgress progress_;
     std::string buffer_;
     std::size_t begin_ = 0;    // what is before has been returned
     std::size_t scanned_ = 0;  // no '\n' between begin_ and here
@@ -66,8 +69,9 @@ class BackwardLines {
 public:
     BackwardLines(int file, off_t end);
 
-    /// The line before the last one that was returned. The first one may be incomplete.
-    bool next(FileLine* line);
+    /// The line before the last one that was returned; none before the first. The first that is returned
+    /// may be incomplete.
+    std::optional<FileLine> next();
 
     /// errno of the first read that failed, or 0. EIO also when somebody cut the file short.
     int failure() const { return failure_; }
@@ -85,8 +89,8 @@ private:
     int failure_ = 0;
 };
 
-/// Reads `size` bytes at `offset` into `text`. False when they are not there.
-bool readAt(int file, off_t offset, std::size_t size, std::string* text);
+/// `size` bytes at `offset`. None when they are not there.
+std::optional<std::string> readAt(int file, off_t offset, std::size_t size);
 
 off_t fileSize(int file);
 

@@ -7,11 +7,11 @@
 #include <ctime>
 
 #include "common/systemcalls.h"
+#include "store/layout.h"
 
 namespace zelq {
 namespace {
 
-constexpr char lockName[] = "errors.lock";
 constexpr std::int64_t lockPatienceNs = 10000000000;
 
 }  // namespace
@@ -36,7 +36,7 @@ int StoreLock::acquire(int folder) noexcept {
     std::int64_t const end = clockNs(CLOCK_MONOTONIC) + lockPatienceNs;
     for (long pauseNs = 20000;; pauseNs = pauseNs < 4000000 ? pauseNs * 2 : pauseNs) {
         if (file_.get() < 0) {
-            if (int const failure = openStoreFile(folder, lockName, file_); failure != 0) {
+            if (int const failure = openStoreFile(folder, storeLockName, file_); failure != 0) {
                 return failure;
             }
         }

@@ -2,6 +2,9 @@
 
 #include <cstring>
 #include <ctime>
+#include <utility>
+
+#include "common/text.h"
 
 namespace zelq {
 namespace {
@@ -20,8 +23,8 @@ bool waitForWriter(int& patience) {
     return true;
 }
 
-bool isTorn(FileLine const& line) {
-    return !line.isComplete && line.size > 0;
+bool isTorn(std::optional<FileLine> const& line) {
+    return line.has_value() && !line->isComplete && line->size > 0;
 }
 
 void addReadFailure(StoreFile const& file, int failure, FaultSink& faults) {
@@ -32,11 +35,20 @@ void addReadFailure(StoreFile const& file, int failure, FaultSink& faults) {
 
 }  // namespace
 
+void FaultSink::add(Fault fault) {
+    ++counts_[fault.kind];
+    bool const isTold = fault.kind == Fault::newer && fault.file == newerIn_;
+    newerIn_ = fault.kind == Fault::newer ? fault.file : newerIn_;
+    if (!isTold) {
+        keep(std::move(fault));
+    }
+}
+
 int StoreReader::open() {
     return files_.open();
 }
 
-void StoreReader::visit(Order order, FaultSink& faults, Visitor const& visitor, Progress* progress) {
+void StoreReader::visit(Order order, FaultSink& faults, Visitor const& visitor, ReadProgress const& progress) {
     for (std::string const& reason : files_.unreadable()) {
         faults.add({nullptr, 0, 0, Fault::damaged, reason});
     }
@@ -50,40 +62,43 @@ void StoreReader::visit(Order order, FaultSink& faults, Visitor const& visitor, 
     }
 }
 
-bool StoreReader::visitForward(std::size_t index, FaultSink& faults, Visitor const& visitor, Progress* progress) {
+bool StoreReader::visitForward(std::size_t index, FaultSink& faults, Visitor const& visitor,
+                               ReadProgress const& progress) {
     StoreFile const& file = files_.files()[index];
     ForwardLines lines(file.descriptor.get(), 0, progress);
-    FileLine line;
     for (int patience = file.index == 0 ? patienceMax : 0;;) {
-        while (lines.next(&line)) {
-            if (!visitLine(index, line, faults, visitor)) {
+        while (std::optional<FileLine> const line = lines.next()) {
+            if (!visitLine(index, *line, faults, visitor)) {
                 return false;
             }
         }
-        if (!lines.rest(&line) || !waitForWriter(patience)) {
+        if (!lines.rest().has_value() || !waitForWriter(patience)) {
             break;
         }
     }
     addReadFailure(file, lines.failure(), faults);
-    std::string text;
-    if (lines.rest(&line) && !line.isTooLong() &&
-        readAt(file.descriptor.get(), line.offset, static_cast<std::size_t>(line.size), &text)) {
-        line.text = text;
+    std::optional<FileLine> rest = lines.rest();
+    if (!rest.has_value()) {
+        return true;
     }
-    return visitLine(index, line, faults, visitor);
+    std::optional<std::string> text;
+    if (!rest->isTooLong()) {
+        text = readAt(file.descriptor.get(), rest->offset, static_cast<std::size_t>(rest->size));
+    }
+    rest->text = text.has_value() ? *text : std::string_view();
+    return visitLine(index, *rest, faults, visitor);
 }
 
 bool StoreReader::visitBackward(std::size_t index, FaultSink& faults, Visitor const& visitor) {
     StoreFile const& file = files_.files()[index];
-    FileLine line;
     BackwardLines lines(file.descriptor.get(), file.size);
-    bool isAnything = lines.next(&line);
+    std::optional<FileLine> line = lines.next();
     for (int patience = file.index == 0 ? patienceMax : 0; isTorn(line) && waitForWriter(patience);) {
         lines = BackwardLines(file.descriptor.get(), fileSize(file.descriptor.get()));
-        isAnything = lines.next(&line);
+        line = lines.next();
     }
-    for (; isAnything; isAnything = lines.next(&line)) {
-        if (!visitLine(index, line, faults, visitor)) {
+    for (; line.has_value(); line = lines.next()) {
+        if (!visitLine(index, *line, faults, visitor)) {
             return false;
         }
     }
@@ -92,46 +107,51 @@ bool StoreReader::visitBackward(std::size_t index, FaultSink& faults, Visitor co
 }
 
 bool StoreReader::visitLine(std::size_t index, FileLine const& line, FaultSink& faults, Visitor const& visitor) {
+    std::optional<Record> record = readLine(files_.files()[index], line, faults);
+    return !record.has_value() || visitor(*record, line.text, {index, line.offset, line.text.size()});
+}
+
+std::optional<StoredRecord> StoreReader::read(RecordPlace const& place) const {
+    std::optional<std::string> line = readAt(files_.files()[place.file].descriptor.get(), place.offset, place.size);
     Record record;
-    return !readLine(files_.files()[index], line, faults, &record) ||
-           visitor(record, line.text, {index, line.offset, line.text.size()});
+    if (!line.has_value() || parseRecord(*line, record).has_value()) {
+        return std::nullopt;
+    }
+    return StoredRecord{std::move(record), std::move(*line)};
 }
 
-bool StoreReader::read(RecordPlace const& place, Record* record, std::string* line) const {
-    *record = {};
-    return readAt(files_.files()[place.file].descriptor.get(), place.offset, place.size, line) &&
-           parseRecord(*line, record).reason.empty();
-}
-
-bool readLine(StoreFile const& file, FileLine const& line, FaultSink& faults, Record* record) {
+std::optional<Record> readLine(StoreFile const& file, FileLine const& line, FaultSink& faults) {
     if (line.size == 0) {
-        return false;
+        return std::nullopt;
     }
+    auto const tell = [&](Fault::Kind kind, std::string reason) {
+        faults.add({&file, line.offset, line.number, kind, std::move(reason)});
+    };
     if (line.isTooLong()) {
-        faults.add({&file, line.offset, line.number, Fault::damaged,
-                    byteCount(static_cast<std::uint64_t>(line.size)) + " long, more than " + byteCount(lineSizeMax)});
-        return false;
+        tell(Fault::damaged,
+             byteCount(static_cast<std::uint64_t>(line.size)) + " long, more than " + byteCount(lineSizeMax));
+        return std::nullopt;
     }
-    RecordFault fault = parseRecord(line.text, record);
-    bool const isRecord = fault.reason.empty();
-    if (record->version > knownVersion) {
-        fault.reason = "it has version " + std::to_string(record->version) + ", this zelq knows " +
-                       std::to_string(knownVersion) + (isRecord ? " and may misread it" : ": " + fault.reason);
-    }
-    if (isRecord) {
-        if (!fault.reason.empty()) {
-            faults.add({&file, line.offset, line.number, Fault::newer, std::move(fault.reason)});
+    Record record;
+    std::optional<RecordFault> const fault = parseRecord(line.text, record);
+    std::string const version =
+        record.version <= knownVersion
+            ? ""
+            : "it has version " + std::to_string(record.version) + ", this zelq knows " + std::to_string(knownVersion);
+    if (!fault.has_value()) {
+        if (!version.empty()) {
+            tell(Fault::newer, version + " and may misread it");
         }
-        return true;
+        return record;
     }
     // Only what begins like a record can be the beginning of one.
-    bool const isTorn = fault.isCutOff || (!line.isComplete && line.text[0] == '{');
-    if (isTorn) {
-        fault.reason =
-            line.isComplete ? "it ends in the middle, its writer died" : "its writer died or is still writing";
+    if (fault->isCutOff || (!line.isComplete && line.text[0] == '{')) {
+        tell(Fault::torn,
+             line.isComplete ? "it ends in the middle, its writer died" : "its writer died or is still writing");
+    } else {
+        tell(Fault::damaged, version.empty() ? fault->reason : version + ": " + fault->reason);
     }
-    faults.add({&file, line.offset, line.number, isTorn ? Fault::torn : Fault::damaged, std::move(fault.reason)});
-    return false;
+    return std::nullopt;
 }
 
 }  // namespace zelq

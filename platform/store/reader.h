@@ -1,20 +1,58 @@
 #ifndef ZELQ_STORE_READER_H
 #define ZELQ_STORE_READER_H
 
+#include <sys/types.h>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "store/faults.h"
 #include "store/files.h"
 #include "store/lines.h"
 #include "store/recordreader.h"
 
 namespace zelq {
 
-class Progress;
+/// Something in the store that cannot be read as a record, or not for certain.
+struct Fault {
+    enum Kind {
+        damaged,
+        torn,   ///< a line whose writer died or is still writing, which is no damage
+        newer,  ///< a record with a version that is not known: it may mean other things than are shown
+    };
+
+    StoreFile const* file;  ///< null when it could not be opened or read
+    off_t offset;           ///< of the line
+    std::size_t line;       ///< its number; 0 when it is not known yet
+    Kind kind;
+    std::string reason;
+};
+
+/// Takes what a reader finds: all of it, but of newer lines the first one of each file.
+class FaultSink {
+public:
+    virtual ~FaultSink() = default;
+
+    void add(Fault fault);
+
+    std::uint64_t count(Fault::Kind kind) const { return counts_[kind]; }
+
+protected:
+    virtual void keep(Fault&& fault) = 0;
+
+private:
+    std::uint64_t counts_[Fault::newer + 1] = {};
+    StoreFile const* newerIn_ = nullptr;  // the last file that had one
+};
+
+/// A record with the line that it was read from.
+struct StoredRecord {
+    Record record;
+    std::string line;
+};
 
 /// Where a record stands among the files that a StoreReader has open, for reading it again.
 struct RecordPlace {
@@ -41,24 +79,23 @@ public:
     /// True when the store has no file at all.
     bool isMissing() const { return files_.files().empty() && files_.unreadable().empty(); }
 
-    /// Visits the records. Lines that are no records go to `faults` instead. `progress` counts the
-    /// bytes of a visit that begins with the oldest.
-    void visit(Order order, FaultSink& faults, Visitor const& visitor, Progress* progress = nullptr);
+    /// Visits the records. Lines that are no records go to `faults` instead. `progress` is told
+    /// of the bytes of a visit that begins with the oldest.
+    void visit(Order order, FaultSink& faults, Visitor const& visitor, ReadProgress const& progress = {});
 
-    /// Reads a record again. False when it is no longer there.
-    bool read(RecordPlace const& place, Record* record, std::string* line) const;
+    /// Reads a record again. None when it is no longer there.
+    std::optional<StoredRecord> read(RecordPlace const& place) const;
 
 private:
     bool visitLine(std::size_t file, FileLine const& line, FaultSink& faults, Visitor const& visitor);
-    bool visitForward(std::size_t file, FaultSink& faults, Visitor const& visitor, Progress* progress);
+    bool visitForward(std::size_t file, FaultSink& faults, Visitor const& visitor, ReadProgress const& progress);
     bool visitBackward(std::size_t file, FaultSink& faults, Visitor const& visitor);
 
     StoreFiles files_;
 };
 
-/// Reads one line as a record. When it is none, tells `faults` and returns false; an empty line is
-/// passed over.
-bool readLine(StoreFile const& file, FileLine const& line, FaultSink& faults, Record* record);
+/// One line as a record. None when it is not one, which `faults` is told of; an empty line is passed over.
+std::optional<Record> readLine(StoreFile const& file, FileLine const& line, FaultSink& faults);
 
 }  // namespace zelq
 

@@ -50,7 +50,7 @@ constexpr TextField textFields[] = {
 /// The first field that is not what it should be ends the reading.
 class RecordHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, RecordHandler> {
 public:
-    explicit RecordHandler(Record* record) : record_(*record) {}
+    explicit RecordHandler(Record& record) : record_(record) {}
 
     std::string const& reason() const { return reason_; }
 
@@ -263,9 +263,9 @@ std::string parseError(rapidjson::ParseResult const& result) {
 
 }  // namespace
 
-RecordFault parseRecord(std::string_view line, Record* record) {
+std::optional<RecordFault> parseRecord(std::string_view line, Record& record) {
     if (std::size_t const zero = line.find('\0'); zero != std::string_view::npos) {
-        return {"zero byte, at byte " + std::to_string(zero + 1), false};  // where the parser would stop
+        return RecordFault{"zero byte, at byte " + std::to_string(zero + 1), false};  // where the parser would stop
     }
     JsonMemory memory;
     rapidjson::GenericReader<rapidjson::UTF8<>, rapidjson::UTF8<>, JsonMemory> reader(&memory);
@@ -273,13 +273,13 @@ RecordFault parseRecord(std::string_view line, Record* record) {
     RecordHandler handler(record);
     rapidjson::ParseResult const result = reader.Parse<rapidjson::kParseValidateEncodingFlag>(stream, handler);
     if (!handler.reason().empty()) {
-        return {handler.reason(), false};
+        return RecordFault{handler.reason(), false};
     }
     if (result.IsError()) {
         // The service begins each line with a brace; one that ends in the middle is half a record.
-        return {parseError(result), !line.empty() && line[0] == '{' && result.Offset() >= line.size()};
+        return RecordFault{parseError(result), !line.empty() && line[0] == '{' && result.Offset() >= line.size()};
     }
-    return handler.finish() ? RecordFault{} : RecordFault{handler.reason(), false};
+    return handler.finish() ? std::nullopt : std::optional(RecordFault{handler.reason(), false});
 }
 
 }  // namespace zelq

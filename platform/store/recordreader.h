@@ -2,6 +2,7 @@
 #define ZELQ_STORE_RECORDREADER_H
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,8 +39,8 @@ struct Record {
 
 /// Why a line is no record.
 struct RecordFault {
-    std::string reason;     ///< empty when it is one
-    bool isCutOff = false;  ///< it begins like a record and ends in the middle
+    std::string reason;
+    bool isCutOff;  ///< it begins like a record and ends in the middle
 };
 
 /// The highest version of a line of which every field means what this reader takes it for.
@@ -47,8 +48,9 @@ constexpr std::uint64_t knownVersion = 1;
 
 /// Reads one line of the store, its '\n' not included, into an empty record. Fields it does not
 /// know are ignored: they may be added under any version. Of a higher version than the known one, it
-/// reads what still looks as it should; id and time mean the same in all of them.
-RecordFault parseRecord(std::string_view line, Record* record);
+/// reads what still looks as it should; id and time mean the same in all of them. Returns why the line is
+/// no record; `record` then has what was read before that was found.
+std::optional<RecordFault> parseRecord(std::string_view line, Record& record);
 
 }  // namespace zelq
 

@@ -109,10 +109,10 @@ void addShow(CLI::App& command, Given& given) {
 
 void addPrune(CLI::App& command, LogPruneOptions& options) {
     addValue(command, "--keep-days", "remove logs older than N days, up to the first one that\nis not", "N",
-             [&options](std::string const& text) { options.sinceUs = parseDaysBeforeNow(text); });
+             [&options](std::string const& text) { options.limits.sinceUs = parseDaysBeforeNow(text); });
     addValue(command, "--keep-bytes",
              "remove the oldest logs until the store has at most N\nbytes; K, M or G may follow", "N",
-             [&options](std::string const& text) { options.bytes = parseBytes(text); });
+             [&options](std::string const& text) { options.limits.bytes = parseBytes(text); });
     command.add_flag("--dry-run", options.isDryRun, "only tell what would be removed");
 }
 
@@ -150,7 +150,7 @@ ExitStatus runShow(LogOptions options, Output& output) {
 }
 
 ExitStatus runPrune(LogPruneOptions const& options, Output& output) {
-    if (!options.sinceUs.has_value() && !options.bytes.has_value()) {
+    if (!options.limits.sinceUs.has_value() && !options.limits.bytes.has_value()) {
         throw Failure{exitUsage, "'log prune' needs --keep-days or --keep-bytes"};
     }
     return pruneStore(options, output);

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "store/prune.h"
 #include "tools/log/filter.h"
 #include "tools/log/writer.h"
 #include "tools/terminal/output.h"
@@ -24,8 +25,7 @@ struct LogOptions {
 };
 
 struct LogPruneOptions {
-    std::optional<long long> sinceUs;    ///< records before this moment go
-    std::optional<std::uint64_t> bytes;  ///< so many bytes of the newest lines may stay
+    PruneLimits limits;
     bool isDryRun = false;
 };
 

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 
 #include "store/reader.h"
 #include "tools/log/commands.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/report.h"
 
 namespace zelq {
 namespace {
@@ -18,9 +19,6 @@ public:
 private:
     void keep(Fault&& fault) override {
         output_.flush();
-        if (fault.file != nullptr && fault.line == 0) {
-            fault.line = lineNumberAt(fault.file->descriptor.get(), fault.offset);
-        }
         complain(describe(fault));
     }
 
@@ -67,13 +65,15 @@ void StoreFollower::open(StoreFile&& file, off_t position) {
 }
 
 void StoreFollower::printNew() {
-    FileLine line;
-    while (!output_.isDone() && lines_.next(&line)) {
-        Record record;
-        if (readLine(file_, line, faults_, &record)) {
-            last_ = line.text;
-            if (filter_.matches(record)) {
-                writer_.print(record, line.text);
+    while (!output_.isDone()) {
+        std::optional<FileLine> const line = lines_.next();
+        if (!line.has_value()) {
+            break;
+        }
+        if (std::optional<Record> const record = readLine(file_, *line, faults_)) {
+            last_ = line->text;
+            if (filter_.matches(*record)) {
+                writer_.print(*record, line->text);
             }
         }
     }
@@ -82,8 +82,8 @@ void StoreFollower::printNew() {
 // First the name, then the lines: a file that has lost the name of the newest one by now is read to
 // its very end.
 void StoreFollower::goOn() {
-    StoreFile newest;
-    bool const hasMoved = identifyNewest(&newest) && !(hasFile() && newest.isSame(file_));
+    std::optional<StoreFile> const newest = identifyNewest();
+    bool const hasMoved = newest.has_value() && !(hasFile() && newest->isSame(file_));
     if (hasFile()) {
         printNew();
     }
@@ -96,12 +96,11 @@ void StoreFollower::goOn() {
 // 0 when it does not have that record.
 off_t StoreFollower::positionIn(StoreFile const& file) const {
     BackwardLines lines(file.descriptor.get(), file.size);
-    for (FileLine line; !last_.empty() && lines.next(&line);) {
-        if (line.text == last_) {
-            return line.offset + line.size + 1;
-        }
+    std::optional<FileLine> line = last_.empty() ? std::nullopt : lines.next();
+    while (line.has_value() && line->text != last_) {
+        line = lines.next();
     }
-    return 0;
+    return line.has_value() ? line->offset + line->size + 1 : 0;
 }
 
 // The file that was read has been moved to a higher number, or pruned: then another file has taken
@@ -125,9 +124,8 @@ void StoreFollower::changeFile() {
         }
     }
     while (unread-- > 0) {
-        FileLine rest;
-        if (hasFile() && position == 0 && lines_.rest(&rest)) {
-            faults_.add({&file_, rest.offset, 0, Fault::torn, "its writer died"});
+        if (std::optional<FileLine> const rest = lines_.rest(); hasFile() && position == 0 && rest.has_value()) {
+            faults_.add({&file_, rest->offset, 0, Fault::torn, "its writer died"});
         }
         open(std::move(files[unread]), position);
         position = 0;
@@ -154,11 +152,9 @@ void start(StoreReader& store, LogOptions const& options, LogWriter& writer, Sto
                     }
                     return places.size() < options.newest;
                 });
-    Record record;
-    std::string line;
     for (auto place = places.rbegin(); place != places.rend(); ++place) {
-        if (store.read(*place, &record, &line)) {
-            writer.print(record, line);
+        if (std::optional<StoredRecord> const found = store.read(*place)) {
+            writer.print(found->record, found->line);
         }
     }
     faults.complain();

@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <deque>
+#include <optional>
 #include <vector>
 
 #include "store/reader.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/commands.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/report.h"
 
 namespace zelq {
 namespace {
@@ -17,13 +18,19 @@ constexpr std::size_t candidatesMax = 10;
 /// Prints records again that were found from the newest to the oldest, in the order of their time.
 void printOldestFirst(StoreReader const& store, std::vector<RecordPlace> const& places, LogWriter& writer,
                       Output const& output) {
-    Record record;
-    std::string line;
     for (auto place = places.rbegin(); place != places.rend() && !output.isDone(); ++place) {
-        if (store.read(*place, &record, &line)) {
-            writer.print(record, line);
+        if (std::optional<StoredRecord> const found = store.read(*place)) {
+            writer.print(found->record, found->line);
         }
     }
+}
+
+Record candidateOf(Record const& record) {
+    Record shown = {};
+    shown.id = record.id;
+    shown.timeUs = record.timeUs;
+    shown.event = record.event;
+    return shown;
 }
 
 // The candidates stand with whole ids, oldest first, ready to be copied.
@@ -87,23 +94,23 @@ ExitStatus showLog(LogOptions const& options, Output& output) {
     }
     output.startPager();
     std::string const& id = options.id;
-    std::vector<RecordPlace> found;  // the first one suffices, unless it turns out to be ambiguous
+    std::optional<StoredRecord> found;  // the first one suffices, unless it turns out to be ambiguous
     std::deque<Record> candidates;
     std::size_t count = 0;
     FaultList faults;
     store.visit(StoreReader::Order::newestFirst, faults,
-                [&](Record& record, std::string_view, RecordPlace const& place) {
+                [&](Record& record, std::string_view line, RecordPlace const&) {
                     if (record.id.compare(0, id.size(), id) != 0 || !options.filter.matches(record)) {
                         return true;
                     }
                     bool const isExact = id.empty() || record.id == id;
-                    if (isExact || count == 0) {
-                        found.assign(1, place);
-                    }
+                    bool const isFound = isExact || count == 0;
                     count = isExact ? 1 : count + 1;
                     if (candidates.size() < candidatesMax) {
-                        record.items.clear();
-                        candidates.push_front(std::move(record));
+                        candidates.push_front(candidateOf(record));
+                    }
+                    if (isFound) {
+                        found = {std::move(record), std::string(line)};
                     }
                     return !isExact;
                 });
@@ -111,7 +118,9 @@ ExitStatus showLog(LogOptions const& options, Output& output) {
         return reportAmbiguous(id, candidates, count, output);
     }
     LogWriter writer(options.writer, output);
-    printOldestFirst(store, found, writer, output);
+    if (found.has_value()) {
+        writer.print(found->record, found->line);
+    }
     output.finish();
     faults.complain();
     if (count == 0) {

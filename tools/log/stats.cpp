@@ -7,7 +7,7 @@
 #include "store/reader.h"
 #include "tools/commandline/timetext.h"
 #include "tools/log/commands.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/report.h"
 #include "tools/log/microcodelog.h"
 #include "tools/terminal/json.h"
 #include "tools/terminal/terminal.h"
@@ -162,7 +162,7 @@ ExitStatus countLogs(LogOptions const& options, Output& output) {
             }
             return true;
         },
-        &progress);
+        [&](off_t bytes) { progress.advance(bytes); });
     progress.hide();
     if (statistics.records > 0) {
         output.startPager();

@@ -2,7 +2,7 @@
 
 #include "store/reader.h"
 #include "tools/log/commands.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/report.h"
 #include "tools/terminal/terminal.h"
 
 namespace zelq {
@@ -40,7 +40,7 @@ ExitStatus verifyStore(Output& output) {
             ++records;
             return !output.isDone();
         },
-        &progress);
+        [&](off_t bytes) { progress.advance(bytes); });
     progress.hide();
     std::string summary = counted(records, "record") + " in " + counted(store.files().files().size(), "file") + ", " +
                           byteCount(static_cast<std::uint64_t>(store.files().totalSize())) + ": ";

@@ -1,7 +1,6 @@
 #include "tools/terminal/text.h"
 
 #include <algorithm>
-#include <cstdio>
 
 namespace zelq {
 namespace {
@@ -79,27 +78,6 @@ std::string hexRow(std::string_view row, std::size_t width) {
         }
     }
     return text + " |" + characters + "|";
-}
-
-std::string counted(std::uint64_t number, char const* singular) {
-    return std::to_string(number) + " " + singular + (number == 1 ? "" : "s");
-}
-
-std::string byteCount(std::uint64_t number) {
-    if (number < 1024) {
-        return counted(number, "byte");
-    }
-    double value = static_cast<double>(number);
-    char const* unit = nullptr;
-    for (char const* const next : {"KiB", "MiB", "GiB"}) {
-        if (unit == nullptr || value >= 1024) {
-            value /= 1024;
-            unit = next;
-        }
-    }
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f %s", value, unit);
-    return text;
 }
 
 }  // namespace zelq

@@ -2,7 +2,6 @@
 #define ZELQ_TOOLS_TERMINAL_TEXT_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -28,12 +27,6 @@ std::string hexText(std::string_view bytes);
 /// Up to `width` bytes in hexadecimal and as characters, which stand in the same column however few
 /// bytes there are.
 std::string hexRow(std::string_view row, std::size_t width);
-
-/// "1 line", "2 lines".
-std::string counted(std::uint64_t number, char const* singular);
-
-/// "512 bytes", "1.5 MiB".
-std::string byteCount(std::uint64_t number);
 
 /// So many lines at the end of a trace are shown where it is one thing among others: three traces
 /// then leave room for the rest on a screen.

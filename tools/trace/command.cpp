@@ -11,7 +11,7 @@
 
 #include "common/statefolder.h"
 #include "tools/commandline/timetext.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/report.h"
 #include "tools/terminal/json.h"
 
 namespace zelq {
