@@ -7,8 +7,8 @@
 #include "support/jsonblocks.h"
 #include "support/sampleblocks.h"
 #include "surroundings.h"
+#include "tools/block/command.h"
 #include "tools/block/hextext.h"
-#include "tools/block/printer.h"
 
 NoFailingNew::NoFailingNew() = default;
 NoFailingNew::~NoFailingNew() = default;
@@ -27,7 +27,9 @@ void checkJson(std::string input, Printed& printed) {
 
 void checkTree(std::string input, bool isLong, Printed& printed) {
     zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
-    printBlockTree(input, {isLong, isLong}, output);
+    zelq::BlockOptions options;
+    options.offsets = options.full = isLong;
+    printBlockTree(input, options, output);
     require(output.flush(), "the output failed");
     requireHarmless(printed.take());
 }

@@ -10,7 +10,6 @@
 
 #include "common/systemcalls.h"
 #include "tools/block/hextext.h"
-#include "tools/block/printer.h"
 
 namespace zelq {
 namespace {
@@ -54,8 +53,7 @@ ExitStatus showBlocks(BlockOptions const& options, Output& output) {
     if (input.empty()) {
         throw Failure{exitNothing, name + " is empty"};
     }
-    BlockFaults const faults =
-        options.json ? printBlockJson(input, output) : printBlockTree(input, {options.offsets, options.full}, output);
+    BlockFaults const faults = options.json ? printBlockJson(input, output) : printBlockTree(input, options, output);
     if (faults.count == 0) {
         return exitFine;
     }

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "tools/block/printer.h"
+#include "tools/block/command.h"
 #include "tools/terminal/json.h"
 
 namespace zelq {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "tools/block/printer.h"
+#include "tools/block/command.h"
 #include "tools/log/microcodelog.h"
 
 namespace zelq {
@@ -31,7 +31,7 @@ std::string numberText(BlockField const& field, std::int64_t number) {
 
 class TreePrinter : public BlockVisitor {
 public:
-    TreePrinter(BlockTreeOptions const& options, std::size_t inputSize, Output& output)
+    TreePrinter(BlockOptions const& options, std::size_t inputSize, Output& output)
         : options_(options),
           output_(output),
           offsetDigits_(inputSize <= 0x10000     ? 4
@@ -155,7 +155,7 @@ private:
         }
     }
 
-    BlockTreeOptions options_;
+    BlockOptions options_;
     Output& output_;
     int offsetDigits_;
     std::size_t depth_ = 0;
@@ -164,7 +164,7 @@ private:
 
 }  // namespace
 
-BlockFaults printBlockTree(std::string& input, BlockTreeOptions const& options, Output& output) {
+BlockFaults printBlockTree(std::string& input, BlockOptions const& options, Output& output) {
     TreePrinter printer(options, input.size(), output);
     return walkBlocks(input, printer);
 }

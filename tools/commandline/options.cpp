@@ -5,18 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "common/systemcalls.h"
-#include "tools/commandline/giventime.h"
-
 namespace zelq {
-namespace {
-
-long long nowUs() {
-    return clockNs(CLOCK_REALTIME) / 1000;
-}
-
-}  // namespace
-
 void addValue(CLI::App& command, char const* name, char const* what, char const* type, TakeText const& take) {
     auto const takeUnlessEmpty = [take](std::string const& text) {
         if (!text.empty()) {
@@ -62,25 +51,6 @@ std::optional<std::uint64_t> parseNumber(std::string_view text, int base, int bi
     auto const [behind, failure] = std::from_chars(text.data(), end, number, base);
     bool const isNumber = failure == std::errc() && behind == end && (bits == 64 || number >> bits == 0);
     return isNumber ? std::optional(number) : std::nullopt;
-}
-
-long long parseTime(std::string const& text) {
-    std::optional<long long> const moment = parseGivenTime(text, nowUs());
-    if (!moment.has_value()) {
-        throw Failure{exitUsage,
-                      "not a time: '" + text + "' (such as \"2026-11-22 10:00\", \"10 min ago\", yesterday)"};
-    }
-    return *moment;
-}
-
-long long parseDaysBeforeNow(std::string const& text) {
-    constexpr std::uint64_t daysMax = 365 * 1000;
-    constexpr long long dayUs = 86400LL * 1000000;
-    std::optional<std::uint64_t> const days = parseNumber(text, 10);
-    if (days.value_or(daysMax + 1) > daysMax) {
-        throw Failure{exitUsage, "not a number of days: '" + text + "'"};
-    }
-    return nowUs() - static_cast<long long>(*days) * dayUs;
 }
 
 std::uint64_t parseBytes(std::string const& text) {

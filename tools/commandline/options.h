@@ -45,7 +45,15 @@ void addNewest(CLI::App& command, char const* what, std::optional<std::size_t>& 
 /// A number of so many bits at most. None when `text` is something else, or has more than digits.
 std::optional<std::uint64_t> parseNumber(std::string_view text, int base, int bits = 64);
 
-/// A moment as parseGivenTime() takes it, in microseconds since 1970.
+/// A moment, in microseconds since 1970, as people give it:
+///
+///   2026-11-22 10:00:00   a moment; seconds, time of day or date may be left out
+///   today  yesterday  tomorrow  now
+///   10 min ago  -10min  -1h30min  +5s     relative to now
+///   @1764000000           seconds since 1970
+///
+/// In local time unless "UTC" or "Z" follows it, so that a time that was printed by shownTime() can be
+/// given back.
 long long parseTime(std::string const& text);
 
 /// The moment that lies so many days before now.

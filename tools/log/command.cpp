@@ -7,8 +7,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/log/commands.h"
-
 namespace zelq {
 namespace {
 

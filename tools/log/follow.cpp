@@ -5,7 +5,7 @@
 #include <optional>
 
 #include "store/reader.h"
-#include "tools/log/commands.h"
+#include "tools/log/command.h"
 #include "tools/log/report.h"
 
 namespace zelq {

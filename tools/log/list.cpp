@@ -7,7 +7,7 @@
 
 #include "store/reader.h"
 #include "tools/commandline/timetext.h"
-#include "tools/log/commands.h"
+#include "tools/log/command.h"
 #include "tools/log/report.h"
 
 namespace zelq {

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "tools/log/commands.h"
+#include "tools/log/command.h"
 #include "tools/log/report.h"
 #include "tools/terminal/terminal.h"
 

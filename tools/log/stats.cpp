@@ -6,9 +6,9 @@
 
 #include "store/reader.h"
 #include "tools/commandline/timetext.h"
-#include "tools/log/commands.h"
-#include "tools/log/report.h"
+#include "tools/log/command.h"
 #include "tools/log/microcodelog.h"
+#include "tools/log/report.h"
 #include "tools/terminal/json.h"
 #include "tools/terminal/terminal.h"
 

@@ -1,7 +1,7 @@
 // zelq log verify
 
 #include "store/reader.h"
-#include "tools/log/commands.h"
+#include "tools/log/command.h"
 #include "tools/log/report.h"
 #include "tools/terminal/terminal.h"
 

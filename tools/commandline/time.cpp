@@ -1,4 +1,4 @@
-#include "tools/commandline/giventime.h"
+#include "tools/commandline/options.h"
 
 #include <algorithm>
 #include <cctype>
@@ -9,10 +9,13 @@
 
 #include <date/date.h>
 
+#include "common/systemcalls.h"
+
 namespace zelq {
 namespace {
 
 constexpr long long second = 1000000;
+constexpr std::size_t longestGiven = 200;  // regular expressions take stack for each character
 constexpr double minuteUs = 60e6;
 constexpr double hourUs = 60 * minuteUs;
 constexpr double dayUs = 24 * hourUs;
@@ -62,8 +65,12 @@ std::optional<double> parseSpan(std::string const& text) {
     return us < 9e18 ? std::optional(us) : std::nullopt;  // what a long long holds
 }
 
-date::year_month_day today(long long nowUs, bool isUtc) {
-    auto const now = static_cast<time_t>(nowUs / second);
+long long nowUs() {
+    return clockNs(CLOCK_REALTIME) / 1000;
+}
+
+date::year_month_day today(bool isUtc) {
+    auto const now = static_cast<time_t>(nowUs() / second);
     tm moment = {};
     auto* const convert = isUtc ? gmtime_r : localtime_r;
     convert(&now, &moment);
@@ -83,14 +90,14 @@ long long secondsSince1970(date::year_month_day const& day, int hours, int minut
     return isUtc ? timegm(&moment) : mktime(&moment);
 }
 
-std::optional<long long> parseMoment(std::string text, long long nowUs) {
+std::optional<long long> parseMoment(std::string text) {
     static std::regex const dateForm(R"((\d{4})-(\d{1,2})-(\d{1,2}))");
     static std::regex const timeForm(R"((\d{1,2}):(\d\d)(?::(\d\d))?(?:\.(\d+))?)");
     std::string const midnight = "0:00";
     std::smatch parts;
     auto const number = [&parts](std::size_t i) { return std::atoi(parts.str(i).c_str()); };
     bool const isUtc = takeEnd(text, " utc") || takeEnd(text, "z");
-    date::year_month_day day = today(nowUs, isUtc);
+    date::year_month_day day = today(isUtc);
     if (text == "today" || text == "yesterday" || text == "tomorrow") {
         day = date::sys_days(day) + date::days(text == "today" ? 0 : text == "tomorrow" ? 1 : -1);
         text = midnight;
@@ -109,15 +116,16 @@ std::optional<long long> parseMoment(std::string text, long long nowUs) {
     return secondsSince1970(day, number(1), number(2), number(3), isUtc) * second + us;
 }
 
-}  // namespace
-
-std::optional<long long> parseGivenTime(std::string_view given, long long nowUs) {
+std::optional<long long> parseGivenTime(std::string_view given) {
     // Case and surrounding spaces do not matter: "2026-11-22T10:00Z" is as good as "today ".
     std::string text(given.substr(0, given.find_last_not_of(' ') + 1));
     text.erase(0, text.find_first_not_of(' '));
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (text.size() > longestGiven) {
+        return std::nullopt;
+    }
     if (text == "now") {
-        return nowUs;
+        return nowUs();
     }
     if (std::regex_match(text, std::regex(R"(@\d+(\.\d+)?)"))) {
         double const seconds = std::strtod(text.c_str() + 1, nullptr);
@@ -125,11 +133,32 @@ std::optional<long long> parseGivenTime(std::string_view given, long long nowUs)
     }
     bool const hasSign = !text.empty() && (text[0] == '-' || text[0] == '+');
     if (!hasSign && !takeEnd(text, " ago")) {
-        return parseMoment(text, nowUs);
+        return parseMoment(text);
     }
     bool const isLater = text[0] == '+';
     std::optional<double> const us = parseSpan(text.substr(hasSign ? 1 : 0));
-    return us.has_value() ? std::optional(nowUs + static_cast<long long>(isLater ? *us : -*us)) : std::nullopt;
+    return us.has_value() ? std::optional(nowUs() + static_cast<long long>(isLater ? *us : -*us)) : std::nullopt;
+}
+
+}  // namespace
+
+long long parseTime(std::string const& text) {
+    std::optional<long long> const moment = parseGivenTime(text);
+    if (!moment.has_value()) {
+        throw Failure{exitUsage,
+                      "not a time: '" + text + "' (such as \"2026-11-22 10:00\", \"10 min ago\", yesterday)"};
+    }
+    return *moment;
+}
+
+long long parseDaysBeforeNow(std::string const& text) {
+    constexpr std::uint64_t daysMax = 365 * 1000;
+    constexpr long long dayUs = 86400LL * 1000000;
+    std::optional<std::uint64_t> const days = parseNumber(text, 10);
+    if (days.value_or(daysMax + 1) > daysMax) {
+        throw Failure{exitUsage, "not a number of days: '" + text + "'"};
+    }
+    return nowUs() - static_cast<long long>(*days) * dayUs;
 }
 
 }  // namespace zelq
