@@ -8,7 +8,7 @@ export SOURCE_DATE_EPOCH := $(commit_time)
 endif
 endif
 
-build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev
+build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev libhowardhinnant-date-dev
 test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base rsyslog rsyslog-relp
 package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) python3 libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev \

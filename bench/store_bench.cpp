@@ -51,7 +51,13 @@ public:
 
     std::string line() const {
         std::string line;
-        zelq::renderRecord(record_, {0x0123456789ABCDEF, {1764000000, 0}, "host", "program", 1, 1}, 0, line);
+        zelq::RecordView view = zelq::viewOf(record_);
+        view.id = "0123456789abcdef";
+        view.timeUs = 1764000000000000;
+        view.host = "host";
+        view.program = "program";
+        view.pid = view.tid = 1;
+        zelq::renderRecord(view, line);
         return line;
     }
 

@@ -63,14 +63,16 @@ struct Handed {
 
 std::string written(Record const& read) {
     Handed const handed(read);
-    auto const id = std::strtoull(read.id.c_str(), nullptr, 16);
-    long long const timeUs = std::max(read.timeUs, 0LL);
-    timespec const time = {static_cast<time_t>(timeUs / 1000000), static_cast<long>(timeUs % 1000000 * 1000)};
+    zelq::RecordView view = zelq::viewOf(handed.record);
+    view.id = read.id;
+    view.timeUs = std::max(read.timeUs, 0LL);
+    view.host = read.host;
+    view.program = read.program;
+    view.pid = read.pid;
+    view.tid = read.tid;
+    view.lostBefore = read.lostBefore;
     std::string line;
-    zelq::renderRecord(handed.record,
-                       {id, time, read.host.c_str(), read.program.c_str(), static_cast<int>(read.pid & 0x7FFFFFFF),
-                        static_cast<int>(read.tid & 0x7FFFFFFF)},
-                       read.lostBefore, line);
+    zelq::renderRecord(view, line);
     return line;
 }
 

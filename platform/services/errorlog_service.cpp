@@ -10,6 +10,7 @@
 #include <string>
 
 #include "common/systemcalls.h"
+#include "common/text.h"
 #include "store/append.h"
 #include "store/recordwriter.h"
 
@@ -53,7 +54,7 @@ private:
 // Trivially destructible, and so usable by threads that outlive static destruction.
 LossCount lossCount;
 
-std::uint64_t newId(timespec const& now) {
+std::uint64_t newId(std::int64_t nowNs) {
     std::uint64_t id = 0;
     if (getrandom(&id, sizeof id, GRND_NONBLOCK) == static_cast<ssize_t>(sizeof id)) {
         return id;
@@ -61,7 +62,7 @@ std::uint64_t newId(timespec const& now) {
     // Early in a boot the kernel may have no randomness yet; then at least no two threads, processes
     // or moments share an id. The multiplication spreads the bits (its factor is odd, nothing is lost).
     static std::atomic<std::uint32_t> calls{0};
-    id = static_cast<std::uint64_t>(now.tv_sec) * 1000000000U + static_cast<std::uint64_t>(now.tv_nsec);
+    id = static_cast<std::uint64_t>(nowNs);
     id ^= static_cast<std::uint64_t>(getpid()) << 40 ^
           static_cast<std::uint64_t>(calls.fetch_add(1, std::memory_order_relaxed)) << 20;
     return (id ^ id >> 32) * 0x9E3779B97F4A7C15U;
@@ -74,16 +75,20 @@ StoreOutcome recordOnce(xlog_record_interface const& record, std::uint32_t lostB
         host[0] = '\0';
     }
     host[sizeof host - 1] = '\0';
-    RecordOrigin origin = {};
-    clock_gettime(CLOCK_REALTIME, &origin.time);
-    origin.id = newId(origin.time);
-    origin.host = host;
-    origin.program = program_invocation_short_name;
-    origin.pid = getpid();
-    origin.tid = gettid();
+    std::int64_t const nowNs = clockNs(CLOCK_REALTIME);
+    char id[16];
+    putHexDigits(id, newId(nowNs), sizeof id);
 
+    RecordView view = viewOf(record);
+    view.id = {id, sizeof id};
+    view.timeUs = nowNs / 1000;
+    view.host = host;
+    view.program = program_invocation_short_name;
+    view.pid = static_cast<unsigned>(getpid());
+    view.tid = static_cast<unsigned>(gettid());
+    view.lostBefore = lostBefore;
     std::string line(1, '\n');  // see appendToStore()
-    renderRecord(record, origin, lostBefore, line);
+    renderRecord(view, line);
     return appendToStore(line.data(), line.size());
 }
 

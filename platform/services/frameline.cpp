@@ -3,13 +3,17 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <utility>
 
 #include "common/text.h"
+#include "zelqplatform/errorlog_items.h"
 
 namespace zelq {
 namespace {
@@ -107,6 +111,38 @@ bool FrameDescriber::findInFile(link_map const& module, void const* image, std::
         }
     }
     return symbols_.find(address, function);
+}
+
+MallocText::MallocText(std::size_t capacity) : data_(static_cast<char*>(std::malloc(capacity))), capacity_(capacity) {
+    if (data_ == nullptr) {
+        throw std::bad_alloc();
+    }
+}
+
+void MallocText::grow(std::size_t count) {
+    std::size_t const capacity = std::max(capacity_ * 2, size_ + count + 1);
+    auto* const data = static_cast<char*>(std::realloc(data_, capacity));
+    if (data == nullptr) {
+        throw std::bad_alloc();
+    }
+    data_ = data;
+    capacity_ = capacity;
+}
+
+char* MallocText::release() {
+    return std::exchange(data_, nullptr);
+}
+
+void appendNumbered(MallocText& text, std::size_t number, std::string const& line) {
+    constexpr FrameHead first = frameHead(0);
+    static_assert(std::string_view(first.text, first.size) == std::string_view(xlog_first_frame).substr(0, first.size),
+                  "backtraces are recognised by it");
+    FrameHead const head = frameHead(number);
+    if (text.size() != 0) {
+        text.append("\n", 1);
+    }
+    text.append(head.text, head.size);
+    text.append(line.data(), line.size());
 }
 
 }  // namespace zelq

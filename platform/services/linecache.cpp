@@ -3,8 +3,8 @@
 #include <link.h>
 #include <pthread.h>
 #include <sched.h>
-#include <algorithm>
 #include <ctime>
+#include <new>
 #include <utility>
 
 namespace zelq {
@@ -53,26 +53,6 @@ namespace {
     [] { lineCache.beforeFork(); }, [] { lineCache.afterForkInParent(); }, [] { lineCache.afterForkInChild(); });
 
 }  // namespace
-
-MallocText::MallocText(std::size_t capacity) : data_(static_cast<char*>(std::malloc(capacity))), capacity_(capacity) {
-    if (data_ == nullptr) {
-        throw std::bad_alloc();
-    }
-}
-
-void MallocText::grow(std::size_t count) {
-    std::size_t const capacity = std::max(capacity_ * 2, size_ + count + 1);
-    auto* const data = static_cast<char*>(std::realloc(data_, capacity));
-    if (data == nullptr) {
-        throw std::bad_alloc();
-    }
-    data_ = data;
-    capacity_ = capacity;
-}
-
-char* MallocText::release() {
-    return std::exchange(data_, nullptr);
-}
 
 // Readers are not turned away for a single line: each would have to do much more than to wait.
 bool CacheLock::tryExclusive() noexcept {
@@ -168,18 +148,6 @@ void LineCache::afterForkInChild() noexcept {
         isClosed_ = true;
         lock_.closeForever();
     }
-}
-
-void appendNumbered(MallocText& text, std::size_t number, std::string const& line) {
-    char digits[8] = {'\n', '#', ' ', ' ', ' ', ' ', ' ', ' '};
-    std::size_t length = 2;
-    for (std::size_t unit = number >= 100 ? 100 : number >= 10 ? 10 : 1; unit != 0; unit /= 10) {
-        digits[length++] = static_cast<char>('0' + number / unit % 10);
-    }
-    length = std::max<std::size_t>(length + 1, 5);  // at least one blank, and columns up to #99
-    bool const isFirst = text.size() == 0;
-    text.append(digits + isFirst, length - isFirst);
-    text.append(line.data(), line.size());
 }
 
 }  // namespace zelq

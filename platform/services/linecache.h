@@ -4,9 +4,6 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <new>
 #include <string>
 #include <unordered_map>
 
@@ -16,37 +13,6 @@
 // again: each line is written once, and remembered until modules are loaded or unloaded.
 
 namespace zelq {
-
-/// A zero-terminated text in memory from malloc(), which may be handed to C code.
-class MallocText {
-public:
-    /// Throws std::bad_alloc, as append() does.
-    explicit MallocText(std::size_t capacity);
-    ~MallocText() { std::free(data_); }
-    MallocText(MallocText const&) = delete;
-    MallocText& operator=(MallocText const&) = delete;
-
-    void append(char const* bytes, std::size_t count) {
-        if (count >= capacity_ - size_) {
-            grow(count);
-        }
-        std::memcpy(data_ + size_, bytes, count);
-        size_ += count;
-        data_[size_] = '\0';
-    }
-
-    std::size_t size() const { return size_; }
-
-    /// Gives the memory away; the object is not usable afterwards.
-    char* release();
-
-private:
-    void grow(std::size_t count);
-
-    char* data_;
-    std::size_t size_ = 0;
-    std::size_t capacity_;  ///< bytes at data_; always more than size_
-};
 
 /// Many readers or one writer, and never a wait without an end.
 ///
@@ -125,9 +91,6 @@ private:
 
 /// The one of this process.
 extern LineCache lineCache;
-
-/// Appends a line behind the number of its frame, and before it a newline unless it is the first.
-void appendNumbered(MallocText& text, std::size_t number, std::string const& line);
 
 }  // namespace zelq
 

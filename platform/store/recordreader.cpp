@@ -1,49 +1,24 @@
 #include "store/recordreader.h"
 
+#include <algorithm>
 #include <cctype>
-#include <cstring>
+#include <iterator>
+#include <utility>
 
 #include <rapidjson/error/en.h>
 #include <rapidjson/memorystream.h>
 #include <rapidjson/reader.h>
 
+#include "common/calendar.h"
 #include "common/text.h"
 #include "store/jsonmemory.h"
-#include "tools/commandline/timetext.h"
 
 namespace zelq {
 namespace {
 
 // A record is four levels deep; what later versions may add will hardly be deeper than this.
 constexpr int depthMax = 64;
-constexpr std::size_t flagsMax = 64;
-
-struct NumberField {
-    std::string_view name;
-    std::uint64_t Record::*value;
-};
-
-struct TextField {
-    std::string_view name;
-    std::string Record::*value;
-};
-
-constexpr NumberField numberFields[] = {
-    {"v", &Record::version},
-    {"pid", &Record::pid},
-    {"tid", &Record::tid},
-    {"class", &Record::logClass},
-    {"type", &Record::logType},
-    {"user", &Record::user},
-    {"attributes", &Record::attributes},
-    {"lost_before", &Record::lostBefore},
-};
-
-constexpr TextField textFields[] = {
-    {"id", &Record::id},           {"host", &Record::host},
-    {"program", &Record::program}, {"severity", &Record::severity},
-    {"event", &Record::event},     {"log_id", &Record::logId},
-};
+constexpr std::size_t textsMax = 64;
 
 /// Gets the pieces of a line from RapidJSON, whose function names these are, and puts them into a
 /// record. Nothing is kept beside it: a hostile line costs no more memory than its own length.
@@ -57,11 +32,8 @@ public:
     /// To be called when the line has been read.
     bool finish() {
         // Where the exact bytes are given, they count; the text beside them has replacements in it.
-        if (hasExactEvent_) {
-            record_.event = std::move(exactEvent_);
-        }
-        if (hasExactLogId_) {
-            record_.logId = std::move(exactLogId_);
+        for (Exact& exact : exact_) {
+            record_.*exact.text = std::move(exact.bytes);
         }
         return (hasId_ && hasTime_) || fail("not a record, it has no id or no time");
     }
@@ -73,7 +45,10 @@ public:
 
     bool Key(char const* text, rapidjson::SizeType size, bool) {
         if (!isSkipping()) {
-            (depth_ == inItem ? itemField_ : field_).assign(text, size);
+            (depth_ == inItem ? itemField_ : fieldName_).assign(text, size);
+        }
+        if (!isSkipping() && depth_ == inRecord) {
+            findField();
         }
         return true;
     }
@@ -95,6 +70,12 @@ public:
 private:
     enum class Kind { number, text, object, list, other };
     enum Depth { outside, inRecord, inList, inItem };
+    using Field = RecordField<std::string>;
+
+    struct Exact {
+        std::string Record::*text;
+        std::string bytes;
+    };
 
     bool isSkipping() const { return skippedDepth_ != 0; }
 
@@ -112,15 +93,15 @@ private:
         if (!isSkipping()) {
             bool const isExpected = depth_ == outside ? kind == Kind::object
                                     : depth_ == inRecord
-                                        ? kind == Kind::list && (field_ == "items" || field_ == "flags")
-                                        : depth_ == inList && kind == Kind::object && field_ == "items";
+                                        ? kind == Kind::list && isList()
+                                        : depth_ == inList && kind == Kind::object && items() != nullptr;
             if (!isExpected && !value(kind, {}, 0)) {
                 return false;
             }
             if (!isExpected) {
                 skippedDepth_ = depth_ + 1;
             } else if (depth_ == inList) {
-                record_.items.push_back({0, false, {}});
+                items()->push_back({0, false, {}});
                 itemSize_ = 0;
                 hasData_ = false;
             }
@@ -148,107 +129,137 @@ private:
         }
     }
 
-    bool recordField(Kind kind, std::string_view text, std::uint64_t number) {
-        for (NumberField const& field : numberFields) {
-            if (field.name == field_) {
-                record_.*field.value = number;
-                return kind == Kind::number || fail(field_, "is not a number");
-            }
+    void findField() {
+        std::string_view const name = fieldName_;
+        auto const isNamed = [name](Field const& field) { return field.name == name; };
+        auto const* const end = std::end(recordFields<std::string>);
+        auto const* found = std::find_if(std::begin(recordFields<std::string>), end, isNamed);
+        isExact_ = found == end && name.size() > exactSuffix.size() &&
+                   name.substr(name.size() - exactSuffix.size()) == exactSuffix;
+        if (isExact_) {
+            auto const isOfText = [text = name.substr(0, name.size() - exactSuffix.size())](Field const& field) {
+                return field.name == text && field.rule == FieldRule::exactBytes;
+            };
+            found = std::find_if(std::begin(recordFields<std::string>), end, isOfText);
         }
-        for (TextField const& field : textFields) {
-            if (field.name == field_) {
-                (record_.*field.value).assign(text);
-                hasId_ = hasId_ || field.value == &Record::id;
-                return kind == Kind::text || fail(field_, "is not a string");
-            }
-        }
-        if (field_ == "time") {
-            hasTime_ = true;
-            return kind != Kind::text                        ? fail(field_, "is not a string")
-                   : !parseStoredTime(text, &record_.timeUs) ? fail(field_, "is not a time")
-                                                             : true;
-        }
-        if (field_ == "event_base64") {
-            hasExactEvent_ = true;
-            return exactBytes(field_, kind, text, &exactEvent_);
-        }
-        if (field_ == "log_id_base64") {
-            hasExactLogId_ = true;
-            return exactBytes(field_, kind, text, &exactLogId_);
-        }
-        return (field_ != "flags" && field_ != "items") || fail(field_, "is not a list");
+        field_ = found == end ? nullptr : found;
     }
 
-    bool exactBytes(std::string_view name, Kind kind, std::string_view text, std::string* bytes) {
+    template <class Member>
+    Member const* memberAs() const {
+        return field_ == nullptr ? nullptr : std::get_if<Member>(&field_->member);
+    }
+
+    std::vector<RecordItem>* items() const {
+        auto const* const member = memberAs<std::vector<RecordItem> Record::*>();
+        return member == nullptr ? nullptr : &(record_.**member);
+    }
+
+    bool isList() const { return items() != nullptr || memberAs<std::vector<std::string> Record::*>() != nullptr; }
+
+    bool recordField(Kind kind, std::string_view text, std::uint64_t number) {
+        if (auto const* const count = memberAs<std::uint64_t Record::*>()) {
+            record_.** count = number;
+            return kind == Kind::number || fail(fieldName_, "is not a number");
+        }
+        if (auto const* const characters = memberAs<std::string Record::*>()) {
+            return textField(*characters, kind, text);
+        }
+        if (auto const* const time = memberAs<long long Record::*>()) {
+            return timeField(*time, kind, text);
+        }
+        return !isList() || fail(fieldName_, "is not a list");
+    }
+
+    bool textField(std::string Record::*member, Kind kind, std::string_view text) {
         if (kind != Kind::text) {
-            return fail(name, "is not a string");
+            return fail(fieldName_, "is not a string");
         }
+        hasId_ = hasId_ || member == &Record::id;
+        if (!isExact_) {
+            (record_.*member).assign(text);
+            return true;
+        }
+        auto const known =
+            std::find_if(exact_.begin(), exact_.end(), [member](Exact const& exact) { return exact.text == member; });
+        Exact& exact = known == exact_.end() ? exact_.emplace_back(Exact{member, {}}) : *known;
+        return decode(fieldName_, text, exact.bytes);
+    }
+
+    bool timeField(long long Record::*member, Kind kind, std::string_view text) {
+        if (kind != Kind::text) {
+            return fail(fieldName_, "is not a string");
+        }
+        std::optional<long long> const time = parseStoredTime(text);
+        record_.*member = time.value_or(0);
+        hasTime_ = hasTime_ || member == &Record::timeUs;
+        return time.has_value() || fail(fieldName_, "is not a time");
+    }
+
+    bool decode(std::string_view name, std::string_view text, std::string& bytes) {
         std::optional<std::string> decoded = decodeBase64(text);
-        if (!decoded.has_value()) {
-            return fail(name, "is not base64");
-        }
-        *bytes = std::move(*decoded);
-        return true;
+        bytes = std::move(decoded).value_or("");
+        return decoded.has_value() || fail(name, "is not base64");
     }
 
     bool listEntry(Kind kind, std::string_view text) {
-        if (field_ == "items") {
-            return fail(field_, "holds something that is not an object");
+        auto const* const texts = memberAs<std::vector<std::string> Record::*>();
+        if (texts == nullptr) {
+            return fail(fieldName_, "holds something that is not an object");
         }
-        if (record_.flags.size() == flagsMax) {
-            return fail(field_, "holds too many");
+        if ((record_.**texts).size() == textsMax) {
+            return fail(fieldName_, "holds too many");
         }
         if (kind == Kind::text) {
-            record_.flags.emplace_back(text);
+            (record_.**texts).emplace_back(text);
         }
         return true;
     }
 
     bool itemField(Kind kind, std::string_view text, std::uint64_t number) {
-        RecordItem& item = record_.items.back();
-        if (itemField_ == "id" || itemField_ == "size") {
-            (itemField_ == "id" ? item.id : itemSize_) = number;
+        RecordItem& item = items()->back();
+        if (itemField_ == itemFields::id || itemField_ == itemFields::size) {
+            (itemField_ == itemFields::id ? item.id : itemSize_) = number;
             return kind == Kind::number || fail(itemField_, "is not a number");
         }
-        if (itemField_ == "text") {
+        if (itemField_ == itemFields::text) {
             item.isText = true;
             item.bytes.assign(text);
             hasData_ = true;
             return kind == Kind::text || fail(itemField_, "is not a string");
         }
-        if (itemField_ == "base64" && !item.isText) {
+        if (itemField_ == itemFields::base64 && !item.isText) {
             hasData_ = true;
-            return exactBytes(itemField_, kind, text, &item.bytes);
+            return kind == Kind::text ? decode(itemField_, text, item.bytes) : fail(itemField_, "is not a string");
         }
         return true;
     }
 
     bool finishItem() {
-        RecordItem& item = record_.items.back();
+        RecordItem& item = items()->back();
         if (!hasData_) {
-            return fail("items", "has an item without data");
+            return fail(fieldName_, "has an item without data");
         }
         // A text is stored without its closing zero byte, which only the size tells of.
         if (item.isText && itemSize_ == item.bytes.size() + 1) {
             item.bytes += '\0';
         }
-        return itemSize_ == item.bytes.size() || fail("size", "differs from the size of the data");
+        return itemSize_ == item.bytes.size() || fail(itemFields::size, "differs from the size of the data");
     }
 
     Record& record_;
     std::string reason_;
     int depth_ = outside;
     int skippedDepth_ = 0;  // of the container whose contents are passed over, 0 when none is
-    std::string field_;
+    std::string fieldName_;
+    Field const* field_ = nullptr;  // null when it is not known
+    bool isExact_ = false;          // its bytes are being given, beside its text
+    std::vector<Exact> exact_;
     std::string itemField_;
     std::uint64_t itemSize_ = 0;
     bool hasData_ = false;
     bool hasId_ = false;
     bool hasTime_ = false;
-    bool hasExactEvent_ = false;
-    bool hasExactLogId_ = false;
-    std::string exactEvent_;
-    std::string exactLogId_;
 };
 
 // RapidJSON's messages are sentences; here they become the end of one.

@@ -1,13 +1,13 @@
 #include "store/recordwriter.h"
 
-#include <cstdio>
 #include <cstring>
 
 #include <rapidjson/writer.h>
 
+#include "common/calendar.h"
 #include "common/text.h"
-#include "store/flagnames.h"
 #include "store/jsonmemory.h"
+#include "store/severity.h"
 
 namespace zelq {
 namespace {
@@ -16,6 +16,11 @@ namespace {
 bool isSteering(unsigned char const* character, std::size_t length) {
     unsigned char const first = character[0];
     return isControl(character, length) && first != '\n' && first != '\t' && first != '\r';
+}
+
+// A program that counted the closing zero byte of a text has it counted in the record too.
+std::string_view withoutZero(std::string_view bytes) {
+    return bytes.substr(0, bytes.size() - (!bytes.empty() && bytes.back() == '\0' ? 1 : 0));
 }
 
 bool isPrintableText(std::string_view text) {
@@ -55,16 +60,8 @@ class LineWriter : public rapidjson::Writer<LineStream, rapidjson::UTF8<>, rapid
 public:
     LineWriter(LineStream& stream, JsonMemory& memory) : Writer(stream, &memory, 4) {}
 
-    void text(char const* characters) { String(characters, static_cast<rapidjson::SizeType>(std::strlen(characters))); }
-
-    void field(char const* name, char const* characters) {
-        text(name);
-        text(characters);
-    }
-
-    void field(char const* name, std::uint64_t number) {
-        text(name);
-        Uint64(number);
+    void text(std::string_view characters) {
+        String(characters.data(), static_cast<rapidjson::SizeType>(characters.size()));
     }
 
     void printableText(std::string_view text) {
@@ -118,119 +115,116 @@ private:
     }
 };
 
-/// A field of text that should be UTF-8 but comes from a caller: what is not valid is shown as
-/// U+FFFD, and the exact bytes follow in a field of their own.
-void writeName(LineWriter& writer, char const* name, char const* exactName, std::string_view bytes) {
-    writer.text(name);
-    if (isUtf8(bytes)) {
-        writer.String(bytes.data(), static_cast<rapidjson::SizeType>(bytes.size()));
-        return;
-    }
-    std::string shown;
-    appendReplacingInvalid(bytes, shown);
-    writer.String(shown.data(), static_cast<rapidjson::SizeType>(shown.size()));
-    if (exactName != nullptr) {
-        writer.text(exactName);
-        writer.base64(bytes);
-    }
-}
+/// Writes the value of one field, with its name before it.
+class FieldWriter {
+public:
+    FieldWriter(LineWriter& writer, RecordField<std::string_view> const& field) : writer_(writer), field_(field) {}
 
-// Text for everything that people can read as such; the rest is carried in base64. A program that
-// counted the closing zero byte of a text has it counted here too.
-void writeItem(LineWriter& writer, xlog_detail_entry const& entry) {
-    std::string_view const bytes(static_cast<char const*>(entry.data), entry.data != nullptr ? entry.size : 0);
-    bool const terminated = !bytes.empty() && bytes.back() == '\0';
-    std::string_view const text = bytes.substr(0, bytes.size() - (terminated ? 1 : 0));
-    writer.StartObject();
-    writer.field("id", entry.id);
-    writer.field("size", bytes.size());
-    if (isPrintableText(text)) {
-        writer.text("text");
-        writer.printableText(text);
-    } else {
-        writer.text("base64");
-        writer.base64(bytes);
+    void operator()(std::uint64_t number) {
+        if (number != 0 || field_.rule != FieldRule::unlessZero) {
+            writer_.text(field_.name);
+            writer_.Uint64(number);
+        }
     }
-    writer.EndObject();
-}
+
+    // Should be UTF-8, but comes from a caller: what is not valid is shown as U+FFFD.
+    void operator()(std::string_view text) {
+        writer_.text(field_.name);
+        if (isUtf8(text)) {
+            writer_.text(text);
+            return;
+        }
+        std::string shown;
+        appendReplacingInvalid(text, shown);
+        writer_.text(shown);
+        if (field_.rule == FieldRule::exactBytes) {
+            writer_.text(std::string(field_.name).append(exactSuffix));
+            writer_.base64(text);
+        }
+    }
+
+    void operator()(long long timeUs) {
+        writer_.text(field_.name);
+        writer_.text(storedTime(timeUs));
+    }
+
+    template <class Entry>
+    void operator()(std::vector<Entry> const& list) {
+        writer_.text(field_.name);
+        writer_.StartArray();
+        for (Entry const& entry : list) {
+            write(entry);
+        }
+        writer_.EndArray();
+    }
+
+private:
+    void write(std::string_view text) { writer_.text(text); }
+
+    void write(RecordItemView const& item) {
+        writer_.StartObject();
+        writer_.text(itemFields::id);
+        writer_.Uint64(item.id);
+        writer_.text(itemFields::size);
+        writer_.Uint64(item.bytes.size());
+        writer_.text(item.isText ? itemFields::text : itemFields::base64);
+        item.isText ? writer_.printableText(withoutZero(item.bytes)) : writer_.base64(item.bytes);
+        writer_.EndObject();
+    }
+
+    LineWriter& writer_;
+    RecordField<std::string_view> const& field_;
+};
 
 // One allocation instead of many for a long record: never much too small, base64 being the worst.
-std::size_t likelySize(xlog_record_interface const& record) {
+std::size_t likelySize(RecordView const& record) {
     std::size_t size = 1024;
-    for (xlog_detail_entry const* entry = record.details; entry != nullptr; entry = entry->next) {
-        size += 48 + (entry->data != nullptr ? entry->size / 3 * std::size_t{4} : 0);
+    for (RecordItemView const& item : record.items) {
+        size += 48 + item.bytes.size() / 3 * 4;
     }
     return size;
 }
 
-// Not gmtime_r: that takes the C library's time zone lock, which a child forked at a bad moment
-// finds taken for ever.
-void formatTime(timespec const& time, char (&text)[64]) {
-    long long const days = time.tv_sec / 86400;
-    int const second = static_cast<int>(time.tv_sec % 86400);
-    // Years are counted from March, so that the leap day is the last day of a year; 719468 days lie
-    // between 1 March of the year 0 and 1970, and an era of 400 years has 146097.
-    long long const shifted = days + 719468;
-    long long const era = shifted / 146097;
-    int const dayOfEra = static_cast<int>(shifted % 146097);
-    int const yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    int const dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    int const monthFromMarch = (5 * dayOfYear + 2) / 153;
-    int const day = dayOfYear - (153 * monthFromMarch + 2) / 5 + 1;
-    int const month = monthFromMarch < 10 ? monthFromMarch + 3 : monthFromMarch - 9;
-    int const year = static_cast<int>(era * 400) + yearOfEra + (month <= 2 ? 1 : 0);
-    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%06dZ", year, month, day, second / 3600,
-                  second / 60 % 60, second % 60, static_cast<int>(time.tv_nsec / 1000));
+// Neither field need hold a zero byte: a full event name has none by definition, and a log id without one
+// is a caller's mistake that may not be paid for with a read past the record.
+template <std::size_t Size>
+std::string_view textIn(char const (&characters)[Size]) {
+    return {characters, strnlen(characters, Size)};
 }
 
 }  // namespace
 
-void renderRecord(xlog_record_interface const& record, RecordOrigin const& origin, std::uint64_t lostBefore,
-                  std::string& line) {
+RecordView viewOf(xlog_record_interface const& record) {
+    RecordView view;
+    view.version = knownVersion;
+    view.logClass = record.logClass;
+    view.logType = record.logType;
+    view.user = record.user;
+    view.severity = severityOf(record.attributes).stored;
+    for (xlog_attribute_name const& flag : xlog_attribute_names) {
+        if ((record.attributes & flag.bit) != 0) {
+            view.flags.emplace_back(flag.name);
+        }
+    }
+    view.attributes = record.attributes;
+    view.event = textIn(record.eventName);
+    view.logId = textIn(record.logId);
+    for (xlog_detail_entry const* entry = record.details; entry != nullptr; entry = entry->next) {
+        std::string_view const bytes(static_cast<char const*>(entry->data), entry->data != nullptr ? entry->size : 0);
+        view.items.push_back({entry->id, isPrintableText(withoutZero(bytes)), bytes});
+    }
+    return view;
+}
+
+void renderRecord(RecordView const& record, std::string& line) {
     line.reserve(line.size() + likelySize(record));
     JsonMemory memory;
     LineStream stream(line);
     LineWriter writer(stream, memory);
-
-    char id[20];
-    std::snprintf(id, sizeof id, "%016llx", static_cast<unsigned long long>(origin.id));
-    char time[64];
-    formatTime(origin.time, time);
-
     writer.StartObject();
-    writer.field("v", 1);
-    writer.field("id", id);
-    writer.field("time", time);
-    writeName(writer, "host", nullptr, origin.host);
-    writeName(writer, "program", nullptr, origin.program);
-    writer.field("pid", static_cast<unsigned>(origin.pid));
-    writer.field("tid", static_cast<unsigned>(origin.tid));
-    writer.field("class", record.logClass);
-    writer.field("type", record.logType);
-    writer.field("user", record.user);
-    writer.field("severity", (record.attributes & XLOG_ERROR) != 0 ? "error" : "informational");
-    writer.text("flags");
-    writer.StartArray();
-    for (FlagName const& flag : flagNames) {
-        if ((record.attributes & flag.bit) != 0) {
-            writer.text(flag.name);
-        }
+    for (RecordField<std::string_view> const& field : recordFields<std::string_view>) {
+        std::visit([&](auto member) { FieldWriter(writer, field)(record.*member); }, field.member);
     }
-    writer.EndArray();
-    writer.field("attributes", record.attributes);
-    // Neither field need hold a zero byte: a full event name has none by definition, and a log id
-    // without one is a caller's mistake that may not be paid for with a read past the record.
-    writeName(writer, "event", "event_base64", {record.eventName, strnlen(record.eventName, sizeof record.eventName)});
-    writeName(writer, "log_id", "log_id_base64", {record.logId, strnlen(record.logId, sizeof record.logId)});
-    if (lostBefore > 0) {
-        writer.field("lost_before", lostBefore);
-    }
-    writer.text("items");
-    writer.StartArray();
-    for (xlog_detail_entry const* entry = record.details; entry != nullptr; entry = entry->next) {
-        writeItem(writer, *entry);
-    }
-    writer.EndArray();
     writer.EndObject();
     line.push_back('\n');
 }

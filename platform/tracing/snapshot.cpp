@@ -3,7 +3,6 @@
 #include <emmintrin.h>
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -13,23 +12,19 @@
 #include "common/text.h"
 #include "tracing/ring.h"
 #include "tracing/ringreader.h"
+#include "tracing/snapshotrow.h"
 #include "zelqplatform/trace_service.h"
 
 #include <unistd.h>
 
 namespace {
 
+using zelq::RowOrigin;
 using zelq::TraceEntry;
 using zelq::TraceFilter;
 
 constexpr unsigned int defaultRowWidth = 80;
-constexpr std::size_t headSize = sizeof "hh:mm:ss.mmm 4294967295/4294967295 ";
-constexpr std::size_t longestRow = headSize + zelq::ringLineMax + 1;
-
-/// What a row tells of its line's origin; what is the same in all rows is left out.
-enum class Origin { processAndThread, thread, none };
-
-// Formatting by hand: an error log takes three snapshots of some hundred rows each while it is built.
+constexpr std::size_t longestRow = zelq::rowHeadSize + zelq::ringLineMax + 1;
 
 constexpr std::size_t runSize = sizeof(__m128i);
 
@@ -54,35 +49,12 @@ bool areAllPrintable(unsigned char const* bytes, std::size_t length) {
     return isRunPrintable(bytes + lastRun);
 }
 
-char* putDigits(char* to, unsigned value, int digits, char separator) {
-    for (char* at = to + digits; at != to; value /= 10) {
-        *--at = static_cast<char>('0' + value % 10);
-    }
-    to[digits] = separator;
-    return to + digits + 1;
-}
-
-char* putTime(char* to, std::uint64_t timeNs) {
-    std::uint64_t const milliseconds = timeNs / 1000000;
-    auto const ofDay = static_cast<unsigned>(milliseconds % 86400000);
-    to = putDigits(to, ofDay / 3600000, 2, ':');
-    to = putDigits(to, ofDay / 60000 % 60, 2, ':');
-    to = putDigits(to, ofDay / 1000 % 60, 2, '.');
-    return putDigits(to, ofDay % 1000, 3, ' ');
-}
-
-char* putNumber(char* to, std::uint32_t number, char separator) {
-    char* const end = std::to_chars(to, to + 10, number).ptr;
-    *end = separator;
-    return end + 1;
-}
-
 /// Writes rows of at most `width` characters into a buffer that has room for them.
 class RowWriter {
 public:
     RowWriter(char* buffer, std::size_t width) : begin_(buffer), end_(buffer), width_(std::min(width, longestRow)) {}
 
-    void add(TraceEntry const& entry, Origin origin) {
+    void add(TraceEntry const& entry, RowOrigin origin) {
         rowEnd_ = end_ + width_ - 1;  // the newline needs a place
         makeHead(entry, origin);
         append(head_, headLength_);
@@ -94,7 +66,7 @@ public:
 
 private:
     // Most rows begin like the one before.
-    void makeHead(TraceEntry const& entry, Origin origin) {
+    void makeHead(TraceEntry const& entry, RowOrigin origin) {
         constexpr std::uint64_t millisecond = 1000000;
         auto const timeNs = static_cast<std::uint64_t>(entry.timeNs);  // any number, in a damaged ring
         if (timeNs >= headBeginNs_ && timeNs < headEndNs_ && entry.pid == headPid_ && entry.tid == headTid_) {
@@ -104,14 +76,7 @@ private:
         headEndNs_ = headBeginNs_ + millisecond;
         headPid_ = entry.pid;
         headTid_ = entry.tid;
-        char* end = putTime(head_, timeNs);
-        if (origin == Origin::processAndThread) {
-            end = putNumber(end, entry.pid, '/');
-        }
-        if (origin != Origin::none) {
-            end = putNumber(end, entry.tid, ' ');
-        }
-        headLength_ = static_cast<std::size_t>(end - head_);
+        headLength_ = static_cast<std::size_t>(zelq::putRowHead(head_, timeNs, entry.pid, entry.tid, origin) - head_);
     }
 
     void append(char const* text, std::size_t length) {
@@ -146,7 +111,7 @@ private:
     char* rowEnd_ = nullptr;
     std::size_t width_;
 
-    char head_[headSize];
+    char head_[zelq::rowHeadSize];
     std::size_t headLength_ = 0;
     std::uint64_t headBeginNs_ = 0;  // for times from here
     std::uint64_t headEndNs_ = 0;    // up to here
@@ -160,7 +125,7 @@ struct Snapshot {
     int bytes;
 };
 
-Snapshot take(char* buffer, std::size_t lines, std::size_t width, TraceFilter const& filter, Origin origin) {
+Snapshot take(char* buffer, std::size_t lines, std::size_t width, TraceFilter const& filter, RowOrigin origin) {
     zelq::ProcessRing* const ring = zelq::processRing();
     if (ring == nullptr || buffer == nullptr) {
         return {EINVAL, 0, 0};
@@ -182,7 +147,7 @@ Snapshot take(char* buffer, std::size_t lines, std::size_t width, TraceFilter co
     return {0, static_cast<int>(count), rows.byteCount()};
 }
 
-int fetchOwn(char* buffer, unsigned int size, TraceFilter const& filter, Origin origin, int* byteCount) {
+int fetchOwn(char* buffer, unsigned int size, TraceFilter const& filter, RowOrigin origin, int* byteCount) {
     Snapshot const snapshot = take(buffer, size / defaultRowWidth, defaultRowWidth, filter, origin);
     if (byteCount != nullptr) {
         *byteCount = snapshot.bytes;
@@ -193,7 +158,7 @@ int fetchOwn(char* buffer, unsigned int size, TraceFilter const& filter, Origin 
 }  // namespace
 
 int xtr_fetch(char* buffer, unsigned int lines, unsigned int lineWidth, int* rowCount, int* byteCount) {
-    Snapshot const snapshot = take(buffer, lines, lineWidth, TraceFilter{}, Origin::processAndThread);
+    Snapshot const snapshot = take(buffer, lines, lineWidth, TraceFilter{}, RowOrigin::processAndThread);
     if (rowCount != nullptr) {
         *rowCount = snapshot.rows;
     }
@@ -206,12 +171,12 @@ int xtr_fetch(char* buffer, unsigned int lines, unsigned int lineWidth, int* row
 int xtr_fetch_pid(char* buffer, unsigned int size, int* byteCount) {
     TraceFilter filter;
     filter.pid = static_cast<std::uint32_t>(getpid());
-    return fetchOwn(buffer, size, filter, Origin::thread, byteCount);
+    return fetchOwn(buffer, size, filter, RowOrigin::thread, byteCount);
 }
 
 int xtr_fetch_tid(char* buffer, unsigned int size, int* byteCount) {
     TraceFilter filter;
     filter.pid = static_cast<std::uint32_t>(getpid());
     filter.tid = static_cast<std::uint32_t>(gettid());
-    return fetchOwn(buffer, size, filter, Origin::none, byteCount);
+    return fetchOwn(buffer, size, filter, RowOrigin::none, byteCount);
 }

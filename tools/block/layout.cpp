@@ -7,8 +7,8 @@
 #include "log/layout.h"
 #include "logdata/layout.h"
 #include "mclog/layout.h"
-#include "store/flagnames.h"
-#include "tools/log/microcodelog.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
 #include "tools/terminal/output.h"
 #include "zelqcood/logdata.h"
 #include "zelqplatform/errorlog_items.h"
@@ -101,9 +101,10 @@ constexpr BlockLayout layouts[] = {
 };
 
 std::string attributeWords(std::int64_t attributes) {
-    std::string words = (attributes & XLOG_ERROR) != 0 ? "error" : "informational";
-    std::int64_t unnamed = attributes & ~std::int64_t{XLOG_ERROR};
-    for (FlagName const& flag : flagNames) {
+    Severity const& severity = severityOf(static_cast<unsigned>(attributes));
+    std::string words = severity.stored;
+    std::int64_t unnamed = attributes & ~std::int64_t{severity.bit};
+    for (xlog_attribute_name const& flag : xlog_attribute_names) {
         if ((attributes & flag.bit) != 0) {
             words += std::string(", ") + flag.name;
             unnamed &= ~std::int64_t{flag.bit};

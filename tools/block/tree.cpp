@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "store/microcodelog.h"
 #include "tools/block/command.h"
-#include "tools/log/microcodelog.h"
 
 namespace zelq {
 namespace {

@@ -15,7 +15,8 @@ void addValue(CLI::App& command, char const* name, char const* what, char const*
     command.add_option_function<std::string>(name, takeUnlessEmpty, what)->type_name(type);
 }
 
-void addRepeatable(CLI::App& command, char const* name, char const* what, char const* type, TakeText const& take) {
+void addRepeatable(CLI::App& command, char const* name, std::string const& what, char const* type,
+                   TakeText const& take) {
     auto const takeEach = [take](std::vector<std::string> const& texts) {
         for (std::string const& text : texts) {
             take(text);

@@ -34,7 +34,8 @@ using TakeText = std::function<void(std::string const& text)>;
 void addValue(CLI::App& command, char const* name, char const* what, char const* type, TakeText const& take);
 
 /// The same for an option that may be given several times. Each takes one word of the command line.
-void addRepeatable(CLI::App& command, char const* name, char const* what, char const* type, TakeText const& take);
+void addRepeatable(CLI::App& command, char const* name, std::string const& what, char const* type,
+                   TakeText const& take);
 
 /// -o and --output, with the name of one of these formats.
 void addFormat(CLI::App& command, char const* what, std::vector<std::string> const& formats, TakeText const& take);

@@ -2,20 +2,17 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 #include <ctime>
-#include <regex>
+#include <iterator>
 #include <string>
 
-#include <date/date.h>
-
+#include "common/calendar.h"
 #include "common/systemcalls.h"
 
 namespace zelq {
 namespace {
 
 constexpr long long second = 1000000;
-constexpr std::size_t longestGiven = 200;  // regular expressions take stack for each character
 constexpr double minuteUs = 60e6;
 constexpr double hourUs = 60 * minuteUs;
 constexpr double dayUs = 24 * hourUs;
@@ -45,23 +42,23 @@ bool takeEnd(std::string& text, std::string_view end) {
 }
 
 // One or more numbers with their units, "1h 30min", in microseconds.
-std::optional<double> parseSpan(std::string const& text) {
-    static std::regex const piece(R"( *(\d+(?:\.\d+)?) *([a-z]*) *)");
+std::optional<double> parseSpan(std::string_view text) {
+    Scanner scanner(text);
     double us = 0;
-    std::smatch parts;
-    for (auto at = text.begin(); at == text.begin() || at != text.end(); at = parts[0].second) {
-        if (!std::regex_search(at, text.end(), parts, piece, std::regex_constants::match_continuous)) {
-            return std::nullopt;
-        }
-        std::string const name = "|" + parts.str(2) + "|";
+    do {
+        scanner.skipSpaces();
+        std::optional<double> const number = scanner.takeDecimal();
+        scanner.skipSpaces();
+        std::string const name = "|" + std::string(scanner.takeWord()) + "|";
         auto const* const unit = std::find_if(std::begin(units), std::end(units), [&name](Unit const& candidate) {
             return candidate.names.find(name) != std::string_view::npos;
         });
-        if (unit == std::end(units)) {
+        if (!number.has_value() || unit == std::end(units)) {
             return std::nullopt;
         }
-        us += std::strtod(parts.str(1).c_str(), nullptr) * unit->us;
-    }
+        us += *number * unit->us;
+        scanner.skipSpaces();
+    } while (!scanner.atEnd());
     return us < 9e18 ? std::optional(us) : std::nullopt;  // what a long long holds
 }
 
@@ -69,51 +66,58 @@ long long nowUs() {
     return clockNs(CLOCK_REALTIME) / 1000;
 }
 
-date::year_month_day today(bool isUtc) {
+CalendarTime today(bool isUtc) {
     auto const now = static_cast<time_t>(nowUs() / second);
-    tm moment = {};
     auto* const convert = isUtc ? gmtime_r : localtime_r;
+    tm moment = {};
     convert(&now, &moment);
-    return date::year(moment.tm_year + 1900) / (moment.tm_mon + 1) / moment.tm_mday;
+    return {moment.tm_year + 1900, moment.tm_mon + 1, moment.tm_mday};
 }
 
-// Local time is what the C library knows, by the rules of its zone.
-long long secondsSince1970(date::year_month_day const& day, int hours, int minutes, int seconds, bool isUtc) {
+// By the C library, which knows the zone and what day the one before the first is.
+long long momentOf(CalendarTime const& time, bool isUtc) {
     tm moment = {};
-    moment.tm_year = static_cast<int>(day.year()) - 1900;
-    moment.tm_mon = static_cast<int>(static_cast<unsigned>(day.month())) - 1;
-    moment.tm_mday = static_cast<int>(static_cast<unsigned>(day.day()));
-    moment.tm_hour = hours;
-    moment.tm_min = minutes;
-    moment.tm_sec = seconds;
+    moment.tm_year = time.year - 1900;
+    moment.tm_mon = time.month - 1;
+    moment.tm_mday = time.day;
+    moment.tm_hour = time.hour;
+    moment.tm_min = time.minute;
+    moment.tm_sec = time.second;
     moment.tm_isdst = -1;
-    return isUtc ? timegm(&moment) : mktime(&moment);
+    return static_cast<long long>(isUtc ? timegm(&moment) : mktime(&moment)) * second + time.us;
+}
+
+/// Takes a date, a time of day or both; what is not there keeps its value. False when it is something else.
+bool takeMoment(std::string_view text, CalendarTime& time) {
+    Scanner scanner(text);
+    CalendarTime given = time;
+    if (scanner.takeTimeOfDay(given) && scanner.atEnd()) {  // "10:00" and "2026-..." both begin with digits
+        time = given;
+        return exists(time);
+    }
+    scanner = Scanner(text);
+    if (!scanner.takeDate(time)) {
+        return false;
+    }
+    if (!scanner.atEnd()) {
+        bool const isApart = scanner.take('t') || scanner.take(' ');
+        scanner.skipSpaces();
+        if (!isApart || !scanner.takeTimeOfDay(time)) {
+            return false;
+        }
+    }
+    return scanner.atEnd() && exists(time);
 }
 
 std::optional<long long> parseMoment(std::string text) {
-    static std::regex const dateForm(R"((\d{4})-(\d{1,2})-(\d{1,2}))");
-    static std::regex const timeForm(R"((\d{1,2}):(\d\d)(?::(\d\d))?(?:\.(\d+))?)");
-    std::string const midnight = "0:00";
-    std::smatch parts;
-    auto const number = [&parts](std::size_t i) { return std::atoi(parts.str(i).c_str()); };
     bool const isUtc = takeEnd(text, " utc") || takeEnd(text, "z");
-    date::year_month_day day = today(isUtc);
-    if (text == "today" || text == "yesterday" || text == "tomorrow") {
-        day = date::sys_days(day) + date::days(text == "today" ? 0 : text == "tomorrow" ? 1 : -1);
-        text = midnight;
-    } else if (std::regex_search(text, parts, dateForm, std::regex_constants::match_continuous)) {
-        day = date::year(number(1)) / number(2) / number(3);
-        std::string const behind = parts.suffix();
-        if (!behind.empty() && behind[0] != 't' && behind[0] != ' ') {
-            return std::nullopt;
-        }
-        text = behind.empty() ? midnight : behind.substr(std::min(behind.find_first_not_of(' ', 1), behind.size()));
-    }
-    if (!day.ok() || !std::regex_match(text, parts, timeForm) || number(1) > 23 || number(2) > 59 || number(3) > 59) {
+    CalendarTime time = today(isUtc);
+    if (text == "yesterday" || text == "tomorrow") {
+        time.day += text == "tomorrow" ? 1 : -1;
+    } else if (text != "today" && !takeMoment(text, time)) {
         return std::nullopt;
     }
-    int const us = std::atoi((parts.str(4) + "000000").substr(0, 6).c_str());
-    return secondsSince1970(day, number(1), number(2), number(3), isUtc) * second + us;
+    return momentOf(time, isUtc);
 }
 
 std::optional<long long> parseGivenTime(std::string_view given) {
@@ -121,22 +125,21 @@ std::optional<long long> parseGivenTime(std::string_view given) {
     std::string text(given.substr(0, given.find_last_not_of(' ') + 1));
     text.erase(0, text.find_first_not_of(' '));
     std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (text.size() > longestGiven) {
-        return std::nullopt;
-    }
     if (text == "now") {
         return nowUs();
     }
-    if (std::regex_match(text, std::regex(R"(@\d+(\.\d+)?)"))) {
-        double const seconds = std::strtod(text.c_str() + 1, nullptr);
-        return seconds < 9e12 ? std::optional(static_cast<long long>(seconds * 1e6)) : std::nullopt;
+    Scanner scanner(text);
+    if (scanner.take('@')) {
+        std::optional<double> const seconds = scanner.takeDecimal();
+        bool const isMoment = scanner.atEnd() && seconds.value_or(9e12) < 9e12;
+        return isMoment ? std::optional(static_cast<long long>(*seconds * 1e6)) : std::nullopt;
     }
-    bool const hasSign = !text.empty() && (text[0] == '-' || text[0] == '+');
+    bool const isLater = scanner.take('+');
+    bool const hasSign = isLater || scanner.take('-');
     if (!hasSign && !takeEnd(text, " ago")) {
         return parseMoment(text);
     }
-    bool const isLater = text[0] == '+';
-    std::optional<double> const us = parseSpan(text.substr(hasSign ? 1 : 0));
+    std::optional<double> const us = parseSpan(std::string_view(text).substr(hasSign ? 1 : 0));
     return us.has_value() ? std::optional(nowUs() + static_cast<long long>(isLater ? *us : -*us)) : std::nullopt;
 }
 

@@ -7,6 +7,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include "store/severity.h"
+
 namespace zelq {
 namespace {
 
@@ -41,11 +43,21 @@ std::uint64_t parseClass(std::string const& text) {
     return *number;
 }
 
-std::string parseSeverity(std::string const& text) {
-    if (text != "error" && text != "info" && text != "informational") {
-        throw Failure{exitUsage, "not a severity: '" + text + "' (error or info)"};
+/// The shown words of all severities.
+std::string severityChoice(char const* between) {
+    std::string choice;
+    for (Severity const& severity : severities) {
+        choice += (choice.empty() ? "" : between) + std::string(severity.shown);
     }
-    return text == "error" ? "error" : "info";
+    return choice;
+}
+
+std::string parseSeverity(std::string const& text) {
+    Severity const* const severity = severityNamed(text);
+    if (severity == nullptr) {
+        throw Failure{exitUsage, "not a severity: '" + text + "' (" + severityChoice(" or ") + ")"};
+    }
+    return severity->shown;
 }
 
 // The list shows times without their fraction: one that is given back means the whole second.
@@ -54,7 +66,7 @@ long long endOf(long long timeUs) {
 }
 
 void addFilter(CLI::App& command, LogFilter& filter) {
-    addRepeatable(command, "--severity", "only error, or only info", "NAME",
+    addRepeatable(command, "--severity", "only " + severityChoice(", or only "), "NAME",
                   [&filter](std::string const& text) { filter.severities.push_back(parseSeverity(text)); });
     addRepeatable(command, "--class",
                   "only this class, in hexadecimal digits as listed; 0a is\nwhat reference codes call A0", "CLASS",

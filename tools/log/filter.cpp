@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <cctype>
 
-#include "tools/log/microcodelog.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
 #include "tools/terminal/output.h"
 
 namespace zelq {
@@ -75,7 +76,7 @@ bool LogFilter::isEmpty() const {
 }
 
 char const* shownSeverity(Record const& record) {
-    return record.severity == "error" ? "error" : "info";
+    return severityStoredAs(record.severity).shown;
 }
 
 }  // namespace zelq

@@ -42,7 +42,7 @@ struct LogFilter {
     bool isEmpty() const;
 };
 
-/// "error" or "info", as the viewer shows a severity.
+/// The word that the viewer shows for a record's severity.
 char const* shownSeverity(Record const& record);
 
 }  // namespace zelq

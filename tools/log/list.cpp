@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "store/reader.h"
-#include "tools/commandline/timetext.h"
 #include "tools/log/command.h"
 #include "tools/log/report.h"
 
@@ -39,7 +38,7 @@ ExitStatus reportAmbiguous(std::string const& id, std::deque<Record> const& newe
     complain("id '" + id + "' is ambiguous, it begins the ids of " + counted(count, "record") +
              (count > newest.size() ? ", such as:" : ":"));
     for (Record const& record : newest) {
-        complain("  " + record.id + "  " + shownTime(record.timeUs, false) + "  " + record.event);
+        complain("  " + record.id + "  " + shownTime(record.timeUs) + "  " + record.event);
     }
     return exitUsage;
 }

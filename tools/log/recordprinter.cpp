@@ -1,13 +1,16 @@
 #include "tools/log/recordprinter.h"
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
-#include "tools/commandline/timetext.h"
-#include "tools/log/microcodelog.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
+#include "tracing/snapshotrow.h"
 
 namespace zelq {
 namespace {
@@ -47,13 +50,33 @@ void printTextAndBacktrace(std::string_view item, Output& output) {
     }
 }
 
+RowOrigin rowOrigin(std::uint64_t traceId) {
+    return traceId == XLOG_ITEM_THREAD_TRACE    ? RowOrigin::none
+           : traceId == XLOG_ITEM_PROCESS_TRACE ? RowOrigin::thread
+                                                : RowOrigin::processAndThread;
+}
+
+// A line in which the library tells of its own work: an operation that begins or ends, or a detail of one.
+// What it tells of the program or of a failure is none.
+bool isLibraryRoutine(std::string_view line) {
+    constexpr std::size_t level = 7;  // behind the component
+    constexpr std::size_t text = level + 3;
+    if (line.size() < text || line.substr(0, 4) != "XLIB" || line.substr(level + 1, 2) != ": ") {
+        return false;
+    }
+    bool const isScope = line.substr(text, 2) == "> " || line.substr(text, 2) == "< ";
+    return isScope || line[level] == 'D';
+}
+
 // Building a log is some twenty calls of the library: without them, a folded trace ends with what the
 // program did. Of one that has nothing else, they are shown.
 void printTrace(RecordItem const& item, bool isFull, Output& output) {
     std::vector<std::string_view> lines = linesOf(item.bytes);
     std::string length = counted(lines.size(), "line");
     if (!isFull && lines.size() > foldedLines) {
-        auto const isRoutine = [&item](std::string_view row) { return isLibraryRoutine(item.id, row); };
+        auto const isRoutine = [&item](std::string_view row) {
+            return isLibraryRoutine(rowText(row, rowOrigin(item.id)));
+        };
         auto const routine = std::stable_partition(lines.begin(), lines.end(), isRoutine);
         auto const hidden = routine == lines.end() ? 0 : routine - lines.begin();
         auto const shown = std::min<std::ptrdiff_t>(lines.end() - lines.begin() - hidden, foldedLines);
@@ -80,36 +103,122 @@ void printItem(RecordItem const& item, char const* note, Output& output) {
     }
 }
 
-void printFields(Record const& record, Output& output) {
-    printField("id", record.id, output);
-    printField("time", shownTime(record.timeUs, true), output);
-    printField("severity", record.severity, output, record.severity == "error" ? Style::alarm : Style::plain);
-    std::optional<ErrorCode> const code = errorCode(record);
-    if (code.has_value()) {
+using Field = RecordField<std::string>;
+
+std::string plainText(std::uint64_t number) {
+    return std::to_string(number);
+}
+
+std::string plainText(std::string const& text) {
+    return text;
+}
+
+std::string plainText(long long timeUs) {
+    return shownExactTime(timeUs);
+}
+
+std::string plainText(std::vector<std::string> const& list) {
+    std::string text;
+    for (std::string const& entry : list) {
+        text += (text.empty() ? "" : ", ") + entry;
+    }
+    return text;
+}
+
+std::string plainText(std::vector<RecordItem> const& items) {
+    return counted(items.size(), "item");
+}
+
+void printPlainly(Record const& record, Field const& field, Output& output) {
+    std::string name(field.name);
+    std::replace(name.begin(), name.end(), '_', ' ');
+    printField(name, std::visit([&](auto member) { return plainText(record.*member); }, field.member), output);
+}
+
+template <int Digits>
+void printNumber(Record const& record, Field const& field, Output& output) {
+    printField(field.name, number(record.*std::get<std::uint64_t Record::*>(field.member), Digits), output);
+}
+
+void printSeverity(Record const& record, Field const&, Output& output) {
+    bool const isAlarming = severityStoredAs(record.severity).isAlarming;
+    printField("severity", record.severity, output, isAlarming ? Style::alarm : Style::plain);
+    if (errorCode(record).has_value()) {
         printField("refcode", referenceCode(record), output);
     }
-    printField("event", record.event, output);
-    printField("log id", record.logId, output);
-    printField("class", number(record.logClass, 2), output);
-    printField("type", number(record.logType, 2), output);
-    printField("user", number(record.user, 4), output);
-    if (code.has_value()) {
+}
+
+void printUser(Record const& record, Field const& field, Output& output) {
+    printNumber<4>(record, field, output);
+    if (std::optional<xlog_error_code> const code = errorCode(record)) {
         // Signed: a reason is often an error number, and some programs have negative ones.
         printField("error", "id " + number(code->id, 4) + ", reason " + std::to_string(code->reason), output);
     }
+}
+
+void printProgram(Record const& record, Field const&, Output& output) {
     printField("program",
                record.program + ", process " + std::to_string(record.pid) + ", thread " + std::to_string(record.tid),
                output);
-    printField("host", record.host, output);
-    std::string flags;
-    for (std::string const& flag : record.flags) {
-        flags += (flags.empty() ? "" : ", ") + flag;
-    }
+}
+
+void printAttributes(Record const& record, Field const&, Output& output) {
+    std::string const flags = plainText(record.flags);
     printField("attributes", "0x" + hexDigits(record.attributes, 4) + (flags.empty() ? "" : " " + flags), output);
+}
+
+void printLostBefore(Record const& record, Field const&, Output& output) {
     if (record.lostBefore > 0) {
         printField("lost before", counted(record.lostBefore, "record") + " of this process could not be stored",
                    output);
     }
+}
+
+// What another field shows, or what stands below all fields.
+void printElsewhere(Record const&, Field const&, Output&) {}
+
+struct Presentation {
+    Field::Member member;
+    void (*print)(Record const& record, Field const& field, Output& output);
+};
+
+// In the order in which people look for them. A field that is missing here comes plainly behind all others.
+constexpr Presentation presentations[] = {
+    {&Record::id, printPlainly},
+    {&Record::timeUs, printPlainly},
+    {&Record::severity, printSeverity},
+    {&Record::event, printPlainly},
+    {&Record::logId, printPlainly},
+    {&Record::logClass, printNumber<2>},
+    {&Record::logType, printNumber<2>},
+    {&Record::user, printUser},
+    {&Record::program, printProgram},
+    {&Record::host, printPlainly},
+    {&Record::attributes, printAttributes},
+    {&Record::lostBefore, printLostBefore},
+    {&Record::version, printElsewhere},
+    {&Record::pid, printElsewhere},
+    {&Record::tid, printElsewhere},
+    {&Record::flags, printElsewhere},
+    {&Record::items, printElsewhere},
+};
+
+void printFields(Record const& record, Output& output) {
+    auto const printIf = [&](auto matches, auto print) {
+        for (Field const& field : recordFields<std::string>) {
+            if (matches(field)) {
+                print(record, field, output);
+            }
+        }
+    };
+    for (Presentation const& presentation : presentations) {
+        printIf([&](Field const& field) { return field.member == presentation.member; }, presentation.print);
+    }
+    auto const isMissing = [](Field const& field) {
+        return std::none_of(std::begin(presentations), std::end(presentations),
+                            [&field](Presentation const& p) { return p.member == field.member; });
+    };
+    printIf(isMissing, printPlainly);
 }
 
 }  // namespace

@@ -4,10 +4,10 @@
 #include <map>
 #include <vector>
 
+#include "common/calendar.h"
+#include "store/microcodelog.h"
 #include "store/reader.h"
-#include "tools/commandline/timetext.h"
 #include "tools/log/command.h"
-#include "tools/log/microcodelog.h"
 #include "tools/log/report.h"
 #include "tools/terminal/json.h"
 #include "tools/terminal/terminal.h"
@@ -105,8 +105,8 @@ void printTable(char const* heading, char const* nameless, Tally const& tally, O
 }
 
 void printTables(Statistics const& statistics, Output& output) {
-    output.printLine(counted(statistics.records, "record") + ", from " + shownTime(statistics.firstUs, false) + " to " +
-                     shownTime(statistics.lastUs, false));
+    output.printLine(counted(statistics.records, "record") + ", from " + shownTime(statistics.firstUs) + " to " +
+                     shownTime(statistics.lastUs));
     if (statistics.lost > 0) {
         output.printLine(counted(statistics.lost, "record") + " more could not be stored", Style::alarm);
     }

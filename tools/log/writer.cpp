@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <iterator>
 #include <string>
+#include <string_view>
+#include <variant>
 #include <vector>
 
-#include "tools/commandline/timetext.h"
+#include "common/calendar.h"
+#include "store/microcodelog.h"
+#include "store/severity.h"
 #include "tools/log/filter.h"
-#include "tools/log/microcodelog.h"
 #include "tools/log/recordprinter.h"
 
 namespace zelq {
@@ -30,28 +33,75 @@ std::string quoted(std::string const& text) {
 /// One row of comma-separated values. A spreadsheet is no terminal, but what reads it may print it to one.
 class CsvRow {
 public:
-    CsvRow& add(std::string_view text) { return addShown(printable(text)); }
-    CsvRow& add(std::uint64_t number) { return add(std::to_string(number)); }
-    CsvRow& add(std::vector<std::string_view> const& lines) {
+    void add(std::string_view text) { addShown(printable(text)); }
+    void addLines(std::vector<std::string_view> const& lines) {
         std::string text;
         for (std::string_view const line : lines) {
             text += printable(line, Tabs::kept) + "\n";
         }
-        return addShown(text.substr(0, text.find_last_not_of('\n') + 1));
+        addShown(text.substr(0, text.find_last_not_of('\n') + 1));
     }
     std::string const& end() { return row_ += "\r\n"; }
 
 private:
-    CsvRow& addShown(std::string const& text) {
+    void addShown(std::string const& text) {
         row_ += isFirst_ ? "" : ",";
         isFirst_ = false;
         row_ += quoted(text);
-        return *this;
     }
 
     std::string row_;
     bool isFirst_ = true;
 };
+
+/// A column that is no field of the record.
+struct DerivedColumn {
+    int number;
+    std::string_view name;
+    void (*add)(Record const& record, CsvRow& row);
+};
+
+constexpr DerivedColumn derivedColumns[] = {
+    {4, "refcode", [](Record const& record, CsvRow& row) { row.add(referenceCode(record)); }},
+    {16, "text", [](Record const& record, CsvRow& row) { row.addLines(logText(record)); }},
+};
+
+constexpr int columnCount = 16;
+
+constexpr bool hasEachColumnOnce() {
+    int total = 0;
+    for (int number = 1; number <= columnCount; ++number) {
+        int count = 0;
+        for (DerivedColumn const& column : derivedColumns) {
+            count += column.number == number ? 1 : 0;
+        }
+        for (RecordField<std::string> const& field : recordFields<std::string>) {
+            count += field.column == number ? 1 : 0;
+            total += number == 1 && field.column > columnCount ? 1 : 0;
+        }
+        total += count == 1 ? 0 : 1;
+    }
+    return total == 0;
+}
+static_assert(hasEachColumnOnce());
+
+std::string cellText(Record const& record, std::uint64_t Record::*member) {
+    return std::to_string(record.*member);
+}
+
+std::string cellText(Record const& record, std::string Record::*member) {
+    return member == &Record::severity ? shownSeverity(record) : record.*member;
+}
+
+std::string cellText(Record const& record, long long Record::*member) {
+    return storedTime(record.*member);
+}
+
+// Lists have no column.
+template <class Entry>
+std::string cellText(Record const&, std::vector<Entry> Record::*) {
+    return "";
+}
 
 }  // namespace
 
@@ -84,9 +134,9 @@ void LogWriter::printSummary(Record const& record, std::string_view) {
         printLost();
     }
     output_.printColumn(record.id.substr(0, shownIdDigits), shownIdDigits);
-    output_.print(" " + shownTime(record.timeUs, false) + " ");
-    std::string const severity = shownSeverity(record);
-    output_.printColumn(severity, 5, severity == "error" ? Style::alarm : Style::plain);
+    output_.print(" " + shownTime(record.timeUs) + " ");
+    Severity const& severity = severityStoredAs(record.severity);
+    output_.printColumn(severity.shown, 5, severity.isAlarming ? Style::alarm : Style::plain);
     std::string const code = referenceCode(record);
     std::string const kind = code.empty() ? hexDigits(record.logClass, 2) + " " + hexDigits(record.logType, 2) : code;
     output_.printColumn(" " + kind, 1 + codeWidth);
@@ -111,17 +161,26 @@ void LogWriter::printStored(Record const&, std::string_view line) {
 }
 
 void LogWriter::printRow(Record const& record, std::string_view) {
-    if (!isAnything_) {
-        output_.raw(
-            "id,time,severity,refcode,class,type,user,event,log_id,program,pid,tid,host,attributes,lost_before,"
-            "text\r\n");
-    }
+    CsvRow head;
     CsvRow row;
-    row.add(record.id).add(storedTime(record.timeUs)).add(shownSeverity(record)).add(referenceCode(record));
-    row.add(record.logClass).add(record.logType).add(record.user);
-    row.add(record.event).add(record.logId).add(record.program);
-    row.add(record.pid).add(record.tid).add(record.host).add(record.attributes).add(record.lostBefore);
-    output_.raw(row.add(logText(record)).end());
+    for (int number = 1; number <= columnCount; ++number) {
+        for (DerivedColumn const& column : derivedColumns) {
+            if (column.number == number) {
+                head.add(column.name);
+                column.add(record, row);
+            }
+        }
+        for (RecordField<std::string> const& field : recordFields<std::string>) {
+            if (field.column == number) {
+                head.add(field.name);
+                std::visit([&](auto member) { row.add(cellText(record, member)); }, field.member);
+            }
+        }
+    }
+    if (!isAnything_) {
+        output_.raw(head.end());
+    }
+    output_.raw(row.end());
 }
 
 }  // namespace zelq

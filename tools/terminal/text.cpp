@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "common/calendar.h"
+
 namespace zelq {
 namespace {
 
@@ -78,6 +80,17 @@ std::string hexRow(std::string_view row, std::size_t width) {
         }
     }
     return text + " |" + characters + "|";
+}
+
+std::string shownTime(long long timeUs) {
+    std::string const text = shownExactTime(timeUs);
+    return text.substr(0, text.find('.')) + "Z";
+}
+
+std::string shownExactTime(long long timeUs) {
+    std::string text = storedTime(timeUs);
+    text[text.find('T')] = ' ';
+    return text;
 }
 
 }  // namespace zelq

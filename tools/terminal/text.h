@@ -28,6 +28,12 @@ std::string hexText(std::string_view bytes);
 /// bytes there are.
 std::string hexRow(std::string_view row, std::size_t width);
 
+/// Microseconds since 1970 as a UTC time for people, "2026-11-22 10:00:00Z".
+std::string shownTime(long long timeUs);
+
+/// The same with microseconds.
+std::string shownExactTime(long long timeUs);
+
 /// So many lines at the end of a trace are shown where it is one thing among others: three traces
 /// then leave room for the rest on a screen.
 constexpr std::size_t foldedLines = 10;

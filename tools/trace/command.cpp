@@ -10,7 +10,6 @@
 #include <CLI/CLI.hpp>
 
 #include "common/statefolder.h"
-#include "tools/commandline/timetext.h"
 #include "tools/log/report.h"
 #include "tools/terminal/json.h"
 
@@ -18,7 +17,7 @@ namespace zelq {
 namespace {
 
 constexpr std::size_t followBatch = 1024;
-constexpr std::size_t timeStart = 11;  // of the time of day, in what shownTime() returns
+constexpr std::size_t timeStart = 11;  // of the time of day, in what shownExactTime() returns
 
 /// Prints lines, and a line with the date before the first line of each day.
 class TracePrinter {
@@ -26,7 +25,7 @@ public:
     TracePrinter(bool json, Output& output) : json_(json), output_(output), writer_(output) {}
 
     void print(TraceEntry const& entry) {
-        std::string const time = shownTime(entry.timeNs / 1000, true);
+        std::string const time = shownTime(entry.timeNs / 1000);
         if (json_) {
             printJson(entry, time);
         } else {

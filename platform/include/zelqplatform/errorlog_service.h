@@ -42,6 +42,26 @@ enum xlog_attribute : std::uint16_t {
     XLOG_OMIT_SYSTEM_TRACE = 0x8000,
 };
 
+/// A flag's name in records.
+struct xlog_attribute_name {
+    std::uint16_t bit;
+    char const* name;
+};
+
+/// The names that records have for the bits that are set in `attributes`, in their order on disk; the
+/// severity has a field of its own there. Never change a name.
+constexpr xlog_attribute_name xlog_attribute_names[] = {
+    {XLOG_COMPONENT_LOG_ONLY, "component_log_only"},
+    {XLOG_COMPONENT_LOG_BOTH, "component_log_both"},
+    {XLOG_OMIT_BACKTRACE, "omit_backtrace"},
+    {XLOG_STANDARD_BLOCK, "standard_block"},
+    {XLOG_MODIFY_BLOCK, "modify_block"},
+    {XLOG_REBOOT_SYSTEM, "reboot_system"},
+    {XLOG_OMIT_THREAD_TRACE, "omit_thread_trace"},
+    {XLOG_OMIT_PROCESS_TRACE, "omit_process_trace"},
+    {XLOG_OMIT_SYSTEM_TRACE, "omit_system_trace"},
+};
+
 /// Results of xlog_record(). The second integer (crc) is the errno of the failing call, 0 with
 /// XLOG_OK. Never renumber them: they stand in traces.
 enum xlog_result {

@@ -1,24 +1,19 @@
-#include "tools/log/microcodelog.h"
+#include "store/microcodelog.h"
 
 #include <algorithm>
 #include <cctype>
-#include <iterator>
-
-#include "tools/terminal/output.h"
-#include "zelqplatform/errorlog_items.h"
 
 namespace zelq {
 namespace {
 
-constexpr std::string_view secondaryHeading = "Secondary Reference Codes:\n";
+constexpr std::string_view secondaryHeading = xlog_secondary_heading;
 constexpr std::string_view secondaryPattern = "\nXXXXXXXX XXXXXXXX";  // X: a hexadecimal digit
-constexpr std::string_view firstFrame = "#0  0x";
-constexpr std::string_view deserialized = "Deserialized\n";
+constexpr std::string_view firstFrame = xlog_first_frame;
+constexpr std::string_view deserializedHeading = xlog_deserialized_heading;
 
 // By its bytes alone: some numbers are text by chance, and stored as such.
 bool isErrorCode(RecordItem const& item) {
-    constexpr std::size_t size = sizeof(std::uint16_t) + sizeof(std::int32_t);
-    return item.id == XLOG_ITEM_ERROR_CODE && item.bytes.size() == size;
+    return item.id == XLOG_ITEM_ERROR_CODE && item.bytes.size() == xlog_error_code::bytes;
 }
 
 bool isSecondaryCodes(std::string_view text) {
@@ -45,25 +40,23 @@ bool isTrace(RecordItem const& item) {
 
 }  // namespace
 
-std::optional<ErrorCode> errorCode(Record const& record) {
+std::optional<xlog_error_code> errorCode(Record const& record) {
     auto const newest = std::find_if(record.items.rbegin(), record.items.rend(), isErrorCode);
     if (newest == record.items.rend()) {
         return std::nullopt;
     }
-    auto const byte = [&](std::size_t i) { return std::uint32_t{static_cast<unsigned char>(newest->bytes[i])}; };
-    std::uint32_t const reason = byte(2) | byte(3) << 8 | byte(4) << 16 | byte(5) << 24;
-    return ErrorCode{static_cast<std::uint16_t>(byte(0) | byte(1) << 8), static_cast<std::int32_t>(reason)};
+    return xlog_error_code::load(newest->bytes.data());
 }
 
 std::string referenceCode(Record const& record) {
-    std::optional<ErrorCode> const code = errorCode(record);
+    std::optional<xlog_error_code> const code = errorCode(record);
     if (!code.has_value()) {
         return "";
     }
-    std::string text = hexDigits(record.logClass == 10 ? 0xA0 : record.logClass, 2) + hexDigits(record.logType, 2) +
-                       hexDigits(code->id, 4) + " " + hexDigits(static_cast<std::uint32_t>(code->reason), 8);
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::toupper(c); });
-    return text;
+    char text[xlog_reference_code_size];
+    xlog_put_reference_code(text, static_cast<unsigned char>(record.logClass),
+                            static_cast<unsigned char>(record.logType), *code);
+    return std::string(text, sizeof text);
 }
 
 std::vector<ItemRole> itemRoles(Record const& record) {
@@ -107,11 +100,10 @@ std::size_t backtraceStart(std::string_view text) {
     if (start == std::string_view::npos) {
         return start;
     }
-    std::string_view const before = text.substr(0, start);
-    bool const isSecond = before.size() > deserialized.size() &&
-                          before.substr(before.size() - deserialized.size()) == deserialized &&
-                          before[before.size() - deserialized.size() - 1] == '\n';
-    return isSecond ? start - deserialized.size() : start;
+    // The line end before the heading is the end of the text.
+    std::size_t const size = deserializedHeading.size();
+    bool const isSecond = start >= size && text.substr(start - size, size) == deserializedHeading;
+    return isSecond ? start - size + 1 : start;
 }
 
 std::vector<std::string_view> logText(Record const& record) {
@@ -139,19 +131,6 @@ std::vector<std::string_view> linesOf(std::string_view text) {
 
 std::string_view secondaryCodes(std::string_view text) {
     return text.substr(secondaryHeading.size() + 1);
-}
-
-bool isLibraryRoutine(std::uint64_t traceId, std::string_view row) {
-    constexpr std::size_t level = 7;  // behind the component
-    constexpr std::size_t text = level + 3;
-    for (int heads = traceId == XLOG_ITEM_THREAD_TRACE ? 1 : 2; heads > 0; --heads) {  // time; process or thread
-        row.remove_prefix(row.find(' ') + 1);
-    }
-    if (row.size() < text || row.substr(0, 4) != "XLIB" || row.substr(level + 1, 2) != ": ") {
-        return false;
-    }
-    bool const isScope = row.substr(text, 2) == "> " || row.substr(text, 2) == "< ";
-    return isScope || row[level] == 'D';
 }
 
 char const* traceName(std::uint64_t id) {

@@ -1,5 +1,5 @@
-#ifndef ZELQ_TOOLS_LOG_MICROCODELOG_H
-#define ZELQ_TOOLS_LOG_MICROCODELOG_H
+#ifndef ZELQ_STORE_MICROCODELOG_H
+#define ZELQ_STORE_MICROCODELOG_H
 
 #include <cstddef>
 #include <cstdint>
@@ -8,7 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "store/recordreader.h"
+#include "store/record.h"
+#include "zelqplatform/errorlog_items.h"
 
 namespace zelq {
 
@@ -23,13 +24,8 @@ enum class ItemRole {
     earlierCode,     ///< the same, from an earlier recording of this log
 };
 
-struct ErrorCode {
-    std::uint16_t id;
-    std::int32_t reason;
-};
-
 /// Error id and reason as they were when the log was recorded; none for a plain log.
-std::optional<ErrorCode> errorCode(Record const& record);
+std::optional<xlog_error_code> errorCode(Record const& record);
 
 /// The reference code as people quote it, "A0420022 00000006": class, type, error id, error reason.
 /// Class 10 reads A0, as in the list of secondary codes. Empty for a plain log.
@@ -50,10 +46,6 @@ std::vector<std::string_view> linesOf(std::string_view text);
 
 /// The codes in the bytes of a secondaryCodes item, one a line.
 std::string_view secondaryCodes(std::string_view text);
-
-/// True for a row of a snapshot in which the library tells of its own work: an operation that begins or
-/// ends, or a detail of one. What it tells of the program or of a failure is none.
-bool isLibraryRoutine(std::uint64_t traceId, std::string_view row);
 
 /// "system", "process" or "thread"; null when `id` is not that of a trace snapshot.
 char const* traceName(std::uint64_t id);
