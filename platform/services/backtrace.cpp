@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include "common/systemcalls.h"
@@ -65,20 +66,19 @@ std::string describe(FrameDescriber& describer, Frame frame) {
 }
 
 void render(Stack const& stack, MallocText& text) {
-    ModuleChanges changes;
-    bool const mayRemember = lineCache.readModuleChanges(changes);
+    std::optional<ModuleChanges> const changes = lineCache.moduleChanges();
     FrameDescriber describer;
     for (std::size_t i = 0; i < stack.count; ++i) {
-        if (mayRemember) {
-            i = lineCache.appendKnown(changes, stack.frames, i, stack.count, text);
+        if (changes.has_value()) {
+            i = lineCache.appendKnown(*changes, stack.frames, i, stack.count, text);
             if (i == stack.count) {
                 break;
             }
         }
         std::string line = describe(describer, stack.frames[i]);
         appendNumbered(text, i, line);
-        if (mayRemember) {
-            lineCache.remember(changes, stack.frames[i], std::move(line));
+        if (changes.has_value()) {
+            lineCache.remember(*changes, stack.frames[i], std::move(line));
         }
     }
     if (stack.isCut) {

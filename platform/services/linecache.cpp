@@ -84,9 +84,10 @@ bool CacheLock::tryExclusiveFirst() noexcept {
 
 // Under the lock, because the loader has one as well, which a fork would leave held in the child
 // for ever: so no thread forks while another one is in here.
-bool LineCache::readModuleChanges(ModuleChanges& changes) noexcept {
+std::optional<ModuleChanges> LineCache::moduleChanges() noexcept {
     SharedLock const lock(lock_);
-    return lock && dl_iterate_phdr(readCounters, &changes) == 1;
+    ModuleChanges changes = {};
+    return lock && dl_iterate_phdr(readCounters, &changes) == 1 ? std::optional(changes) : std::nullopt;
 }
 
 std::size_t LineCache::appendKnown(ModuleChanges const& changes, Frame const* frames, std::size_t first,

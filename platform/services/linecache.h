@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 
@@ -65,8 +66,8 @@ public:
 
     constexpr LineCache() = default;
 
-    /// Reads the present state. False when the cache is not to be had: then leave it alone.
-    bool readModuleChanges(ModuleChanges& changes) noexcept;
+    /// The present state. None when the cache is not to be had: then leave it alone.
+    std::optional<ModuleChanges> moduleChanges() noexcept;
 
     /// Appends the lines of `frames` from `first` on, each behind its number, up to the first frame
     /// that is not remembered; returns that frame's index, or `count`. Throws std::bad_alloc.

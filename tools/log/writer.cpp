@@ -66,10 +66,16 @@ constexpr DerivedColumn derivedColumns[] = {
     {16, "text", [](Record const& record, CsvRow& row) { row.addLines(logText(record)); }},
 };
 
-constexpr int columnCount = 16;
+constexpr int countColumns() {
+    int count = static_cast<int>(std::size(derivedColumns));
+    for (RecordField<std::string> const& field : recordFields<std::string>) {
+        count += field.column != 0 ? 1 : 0;
+    }
+    return count;
+}
+constexpr int columnCount = countColumns();
 
 constexpr bool hasEachColumnOnce() {
-    int total = 0;
     for (int number = 1; number <= columnCount; ++number) {
         int count = 0;
         for (DerivedColumn const& column : derivedColumns) {
@@ -77,11 +83,12 @@ constexpr bool hasEachColumnOnce() {
         }
         for (RecordField<std::string> const& field : recordFields<std::string>) {
             count += field.column == number ? 1 : 0;
-            total += number == 1 && field.column > columnCount ? 1 : 0;
         }
-        total += count == 1 ? 0 : 1;
+        if (count != 1) {
+            return false;
+        }
     }
-    return total == 0;
+    return true;
 }
 static_assert(hasEachColumnOnce());
 
