@@ -12,7 +12,7 @@
 #include "store/reader.h"
 #include "store/recordwriter.h"
 #include "surroundings.h"
-#include "tools/log/recordprinter.h"
+#include "tools/log/writer.h"
 
 // A reader gives the writer of a last line a moment to end it. Nobody writes here.
 extern "C" int nanosleep(timespec const*, timespec*) {

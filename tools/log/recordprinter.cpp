@@ -1,4 +1,4 @@
-#include "tools/log/recordprinter.h"
+#include "tools/log/writer.h"
 
 #include <algorithm>
 #include <iterator>

@@ -11,12 +11,12 @@
 #include "store/microcodelog.h"
 #include "store/severity.h"
 #include "tools/log/filter.h"
-#include "tools/log/recordprinter.h"
 
 namespace zelq {
 namespace {
 
 constexpr std::size_t codeWidth = 17;
+constexpr std::size_t shownIdDigits = 8;  // enough to tell some ten thousand records apart
 
 // RFC 4180: in quotes where the text holds what separates, and quotes doubled.
 std::string quoted(std::string const& text) {

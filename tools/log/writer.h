@@ -54,8 +54,10 @@ constexpr LogFormat logFormats[] = {
     {"csv", &LogWriter::printRow},          // a row for each record, as RFC 4180 has it
 };
 
-/// The columns of an id that a table shows: enough to tell some ten thousand records apart.
-constexpr std::size_t shownIdDigits = 8;
+/// Prints everything about one record: its fields, then its items. Of a microcode log first what
+/// happened and where (text, backtrace, secondary codes), then the traces that led up to it, each
+/// folded to its last lines unless `isFull`, then the program's own items.
+void printRecord(Record const& record, bool isFull, Output& output);
 
 }  // namespace zelq
 

@@ -25,7 +25,7 @@ public:
     TracePrinter(bool json, Output& output) : json_(json), output_(output), writer_(output) {}
 
     void print(TraceEntry const& entry) {
-        std::string const time = shownTime(entry.timeNs / 1000);
+        std::string const time = shownExactTime(entry.timeNs / 1000);
         if (json_) {
             printJson(entry, time);
         } else {
