@@ -7,9 +7,8 @@
 #include "support/jsonblocks.h"
 #include "support/sampleblocks.h"
 #include "surroundings.h"
+#include "tools/block/command.h"
 #include "tools/block/hextext.h"
-#include "tools/block/jsonprinter.h"
-#include "tools/block/treeprinter.h"
 
 NoFailingNew::NoFailingNew() = default;
 NoFailingNew::~NoFailingNew() = default;
@@ -20,17 +19,17 @@ constexpr std::size_t bytesMost = 1U << 20;
 
 // As JSON, no byte is lost.
 void checkJson(std::string input, Printed& printed) {
-    zelq::Output output(zelq::ColourMode::never, false);
-    zelq::BlockJsonPrinter printer(output);
-    walkBlocks(input, printer);
+    zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
+    printBlockJson(input, output);
     require(output.flush(), "the output failed");
     require(bytesOfJsonLines(printed.take()) == input, "the JSON stands for other bytes");
 }
 
 void checkTree(std::string input, bool isLong, Printed& printed) {
-    zelq::Output output(zelq::ColourMode::never, false);
-    zelq::BlockTreePrinter printer({isLong, isLong}, input.size(), output);
-    walkBlocks(input, printer);
+    zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
+    zelq::BlockOptions options;
+    options.offsets = options.full = isLong;
+    printBlockTree(input, options, output);
     require(output.flush(), "the output failed");
     requireHarmless(printed.take());
 }
@@ -49,11 +48,11 @@ std::string dump(std::string const& bytes, std::size_t row, char const* mark) {
 }
 
 void requireReadAs(std::string const& text, std::string const& bytes) {
-    std::string read;
-    if (std::string const reason = zelq::parseHexText(text, bytesMost, &read); !reason.empty()) {
-        fail(reason + " in a good dump");
+    zelq::HexText const read = zelq::parseHexText(text, bytesMost);
+    if (!read.fault.empty()) {
+        fail(read.fault + " in a good dump");
     }
-    require(read == bytes, "a dump stands for other bytes");
+    require(read.bytes == bytes, "a dump stands for other bytes");
 }
 
 }  // namespace
@@ -75,11 +74,11 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     checkTree(input, size % 2 == 0, printed);
     char const* const marks[] = {nullptr, ": ", "  "};
     requireReadAs(dump(input, 16, marks[size % 3]), input);
-    std::string bytes;
     zelq::isPlainText(input);
-    if (zelq::parseHexText(input, bytesMost, &bytes).empty()) {
-        require(bytes.size() <= bytesMost, "more bytes than were asked for");
-        requireReadAs(dump(bytes, 16, ": "), bytes);
+    zelq::HexText const text = zelq::parseHexText(input, bytesMost);
+    if (text.fault.empty()) {
+        require(text.bytes.size() <= bytesMost, "more bytes than were asked for");
+        requireReadAs(dump(text.bytes, 16, ": "), text.bytes);
     }
     return 0;
 }

@@ -140,7 +140,7 @@ void checkPrinting(Lines const& lines) {
     static Printed printed;
     zelq::TraceOptions options;
     for (bool const json : {false, true}) {
-        zelq::Output output(zelq::ColourMode::never, false);
+        zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
         options.json = json;
         require(printTrace(options, output) == zelq::exitFine && output.flush(), "the lines cannot be printed");
         std::string const text = printed.take();

@@ -12,7 +12,7 @@
 #include "store/reader.h"
 #include "store/recordwriter.h"
 #include "surroundings.h"
-#include "tools/log/recordprinter.h"
+#include "tools/log/writer.h"
 
 // A reader gives the writer of a last line a moment to end it. Nobody writes here.
 extern "C" int nanosleep(timespec const*, timespec*) {
@@ -160,7 +160,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     std::vector<std::string> lines;
     StoreReader oldestFirst;
     require(oldestFirst.open() == 0, "the store cannot be opened");
-    zelq::Output output(zelq::ColourMode::never, false);
+    zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
     Faults faults;
     oldestFirst.visit(StoreReader::Order::oldestFirst, faults, [&](Record& record, std::string_view line, auto const&) {
         lines.emplace_back(line);

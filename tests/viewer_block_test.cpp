@@ -92,8 +92,13 @@ protected:
         {
             Redirected const toOut(STDOUT_FILENO, out);
             Redirected const toErr(STDERR_FILENO, err);
-            zelq::Output output(zelq::ColourMode::never, false);
-            status_ = zelq::showBlocks(options, output);
+            zelq::Output output(zelq::ColourMode::never, zelq::Paging::never);
+            try {
+                status_ = zelq::showBlocks(options, output);
+            } catch (zelq::Failure const& failure) {
+                status_ = failure.status;
+                zelq::complain(failure.message);
+            }
             output.flush();
             std::fflush(stderr);
         }
@@ -290,8 +295,7 @@ TEST_F(ViewerBlock, readsHexDumps) {
         EXPECT_NE(complaints_.find(c.complaint), std::string::npos) << complaints_;
         EXPECT_EQ(status_, 3) << c.text;
     }
-    std::string bytes;
-    EXPECT_EQ(zelq::parseHexText("1a00 " + std::string(3000, ' ') + "\n05", 2, &bytes), "line 2: more than 2 bytes");
+    EXPECT_EQ(zelq::parseHexText("1a00 " + std::string(3000, ' ') + "\n05", 2).fault, "line 2: more than 2 bytes");
 }
 
 TEST_F(ViewerBlock, commandLine) {

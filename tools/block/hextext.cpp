@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
+#include <utility>
 
 #include "common/text.h"
-#include "tools/terminal/output.h"
+#include "tools/commandline/options.h"
 
 namespace zelq {
 namespace {
@@ -16,27 +18,9 @@ constexpr std::size_t offsetDigitsMost = 16;
 constexpr std::size_t colonColumnMost = 200;
 constexpr std::size_t colonRowMost = 2048;
 
-int hexDigit(char c) {
-    return c >= '0' && c <= '9'   ? c - '0'
-           : c >= 'a' && c <= 'f' ? c - 'a' + 10
-           : c >= 'A' && c <= 'F' ? c - 'A' + 10
-                                  : -1;
-}
-
-bool isHex(std::string_view word) {
-    return !word.empty() && std::all_of(word.begin(), word.end(), [](char c) { return hexDigit(c) >= 0; });
-}
-
-bool isOffset(std::string_view word) {
-    return word.size() >= offsetDigitsLeast && word.size() <= offsetDigitsMost && isHex(word);
-}
-
-std::uint64_t hexNumber(std::string_view digits) {
-    std::uint64_t number = 0;
-    for (char const c : digits) {
-        number = number << 4 | static_cast<std::uint64_t>(hexDigit(c));
-    }
-    return number;
+std::optional<std::uint64_t> parseOffset(std::string_view word) {
+    bool const isLikely = word.size() >= offsetDigitsLeast && word.size() <= offsetDigitsMost;
+    return isLikely ? parseNumber(word, 16) : std::nullopt;
 }
 
 std::string_view withoutPrefix(std::string_view word) {
@@ -44,39 +28,69 @@ std::string_view withoutPrefix(std::string_view word) {
     return hasPrefix ? word.substr(2) : word;
 }
 
+std::string_view withoutBlanks(std::string_view text) {
+    return text.substr(std::min(text.find_first_not_of(blanks), text.size()));
+}
+
 /// Takes the next word off the text; empty at its end.
 std::string_view takeWord(std::string_view& text) {
-    text.remove_prefix(std::min(text.find_first_not_of(blanks), text.size()));
+    text = withoutBlanks(text);
     std::string_view const word = text.substr(0, text.find_first_of(blanks));
     text.remove_prefix(word.size());
     return word;
 }
 
-/// Appends the bytes of words of digits. Returns the first word that is none, or an empty one.
-std::string_view appendBytes(std::string_view text, std::string& bytes) {
-    for (std::string_view word = takeWord(text); !word.empty(); word = takeWord(text)) {
-        std::string_view const digits = withoutPrefix(word);
-        if (!isHex(digits) || digits.size() % 2 != 0) {
-            return word;
-        }
-        for (std::size_t i = 0; i < digits.size(); i += 2) {
-            bytes += static_cast<char>(hexDigit(digits[i]) << 4 | hexDigit(digits[i + 1]));
-        }
-    }
-    return {};
-}
-
 /// A line of text, taken apart.
 struct Row {
-    bool hasOffset = false;
-    std::uint64_t offset = 0;
+    std::optional<std::uint64_t> offset;
     std::string bytes;
-    std::string_view bad;  ///< the first word that is none of a row
+    std::string_view bad;  ///< the first word that is none of a row; empty when there is none
 };
 
-class HexText {
+/// Words of digits, behind an offset or without one.
+Row rowOf(std::optional<std::uint64_t> offset, std::string_view words) {
+    Row row = {offset, "", ""};
+    for (std::string_view word = takeWord(words); !word.empty(); word = takeWord(words)) {
+        std::string_view const digits = withoutPrefix(word);
+        for (std::size_t i = 0; i < digits.size() && row.bad.empty(); i += 2) {
+            std::optional<std::uint64_t> const byte = parseNumber(digits.substr(i, 2), 16);
+            bool const isByte = byte.has_value() && i + 2 <= digits.size();
+            row.bytes.append(isByte ? 1 : 0, static_cast<char>(byte.value_or(0)));
+            row.bad = isByte ? "" : word;
+        }
+        if (!row.bad.empty()) {
+            break;
+        }
+    }
+    return row;
+}
+
+Row columnsRow(std::string_view line) {
+    std::string_view const word = takeWord(line);
+    std::optional<std::uint64_t> const offset = parseOffset(word);
+    return offset.has_value() ? rowOf(offset, line.substr(0, line.find_first_of("|>"))) : Row{offset, "", word};
+}
+
+// The offset is the first word of digits and a colon that bytes follow.
+Row colonRow(std::string_view line) {
+    Row row = {std::nullopt, "", line};
+    std::size_t colon = line.size() > colonRowMost ? std::string_view::npos : line.find(':');
+    for (; colon < colonColumnMost && !row.bad.empty(); colon = line.find(':', colon + 1)) {
+        std::string_view const before = line.substr(0, colon);
+        std::optional<std::uint64_t> const offset =
+            parseOffset(withoutPrefix(before.substr(before.find_last_of(blanks) + 1)));  // npos + 1 is 0
+        if (offset.has_value()) {
+            std::string_view const behind = withoutBlanks(line.substr(colon + 1));
+            row = rowOf(offset, behind.substr(0, behind.find("  ")));
+        }
+    }
+    return row;
+}
+
+/// Reads one line after the other, in the form that the first one has.
+class Reader {
 public:
-    HexText(std::size_t most, std::string* bytes) : most_(most), bytes_(bytes) {}
+    Reader(std::size_t most, std::string& bytes) : most_(most), bytes_(bytes) {}
 
     /// Returns what is wrong with the line, or "".
     std::string read(std::string_view line) {
@@ -85,123 +99,63 @@ public:
         if (first.empty()) {
             return "";
         }
-        if (form_ == Form::unknown) {
-            form_ = formOf(line);
-        }
-        if (first == "*" && form_ != Form::words && !row_.empty()) {
+        rowOfForm_ = rowOfForm_ != nullptr ? rowOfForm_ : formOf(line);
+        if (first == "*" && rowOfForm_ != wordsRow && !row_.empty()) {
             isRepeated_ = true;
             return "";
         }
-        Row const row = form_ == Form::colon     ? colonRow(line)
-                        : form_ == Form::columns ? columnsRow(line)
-                                                 : wordsRow(line);
+        Row row = rowOfForm_(line);
         if (!row.bad.empty()) {
             return "'" + std::string(row.bad.substr(0, 20)) + "' where two hexadecimal digits a byte should be";
         }
-        return append(row);
+        std::string const fault = row.offset.has_value() ? goTo(*row.offset) : "";
+        if (fault.empty() && row.bytes.size() > most_ - bytes_.size()) {
+            return "more than " + std::to_string(most_) + " bytes";
+        }
+        bytes_ += row.bytes;
+        row_ = std::move(row.bytes);
+        return fault;
     }
 
     /// Returns what is missing at the end.
     std::string finish() const { return isRepeated_ ? "no offset behind the '*'" : ""; }
 
 private:
-    enum class Form { unknown, words, colon, columns };
+    using RowOf = Row (*)(std::string_view line);
 
-    // The first line tells. Plain words cannot begin with an offset 0: no block has that size.
-    static Form formOf(std::string_view line) {
-        Row const row = colonRow(line);
-        if (row.hasOffset && row.bad.empty()) {
-            return Form::colon;
+    static Row wordsRow(std::string_view line) { return rowOf(std::nullopt, line); }
+
+    // Plain words cannot begin with an offset 0: no block has that size.
+    static RowOf formOf(std::string_view line) {
+        if (colonRow(line).bad.empty()) {
+            return colonRow;
         }
-        std::string_view const first = takeWord(line);
-        bool const isZero = first.find_first_not_of('0') == std::string_view::npos;
-        return isOffset(first) && (isZero || line.find_first_of("|>") != std::string_view::npos) ? Form::columns
-                                                                                                 : Form::words;
+        bool const hasColumns = line.find_first_of("|>") != std::string_view::npos;
+        std::optional<std::uint64_t> const offset = parseOffset(takeWord(line));
+        return offset.has_value() && (*offset == 0 || hasColumns) ? columnsRow : wordsRow;
     }
 
-    static Row wordsRow(std::string_view line) {
-        Row row;
-        row.bad = appendBytes(line, row.bytes);
-        return row;
-    }
-
-    static Row columnsRow(std::string_view line) {
-        Row row;
-        std::string_view const word = takeWord(line);
-        if (!isOffset(word)) {
-            row.bad = word;
-            return row;
+    // Fills with the last row what was left out before this offset.
+    std::string goTo(std::uint64_t offset) {
+        base_ = base_.value_or(offset);
+        std::uint64_t const at = offset - *base_;
+        if (at > most_) {
+            return "offset 0x" + hexDigits(offset, 0) + " is too large";
         }
-        row.hasOffset = true;
-        row.offset = hexNumber(word);
-        row.bad = appendBytes(line.substr(0, line.find_first_of("|>")), row.bytes);
-        return row;
-    }
-
-    // The offset is the first word of digits and a colon that bytes follow.
-    static Row colonRow(std::string_view line) {
-        Row row;
-        row.bad = line;
-        if (line.size() > colonRowMost) {
-            return row;
+        while (isRepeated_ && bytes_.size() < at) {
+            bytes_.append(row_, 0, static_cast<std::size_t>(at - bytes_.size()));
         }
-        for (std::size_t colon = line.find(':'); colon < colonColumnMost; colon = line.find(':', colon + 1)) {
-            std::string_view const before = line.substr(0, colon);
-            std::size_t const blank = before.find_last_of(blanks);
-            std::string_view const word =
-                withoutPrefix(blank == std::string_view::npos ? before : before.substr(blank + 1));
-            if (!isOffset(word)) {
-                continue;
-            }
-            std::string_view behind = line.substr(colon + 1);
-            behind.remove_prefix(std::min(behind.find_first_not_of(blanks), behind.size()));
-            Row found;
-            found.hasOffset = true;
-            found.offset = hexNumber(word);
-            found.bad = appendBytes(behind.substr(0, behind.find("  ")), found.bytes);
-            if (found.bad.empty()) {
-                return found;
-            }
-            row = found;
-        }
-        return row;
-    }
-
-    std::string append(Row const& row) {
-        if (row.hasOffset) {
-            if (!hasBase_) {
-                hasBase_ = true;
-                base_ = row.offset;
-            }
-            std::uint64_t const at = row.offset - base_;
-            if (isRepeated_ && at > bytes_->size() && at <= most_) {
-                while (bytes_->size() < at) {
-                    bytes_->append(row_, 0, static_cast<std::size_t>(at - bytes_->size()));
-                }
-            }
-            isRepeated_ = false;
-            if (at > most_) {
-                return "offset 0x" + hexDigits(row.offset, 0) + " is too large";
-            }
-            if (at != bytes_->size()) {
-                return "offset 0x" + hexDigits(row.offset, 0) + " where 0x" + hexDigits(base_ + bytes_->size(), 0) +
-                       " should be";
-            }
-        }
-        if (row.bytes.size() > most_ - bytes_->size()) {
-            return "more than " + std::to_string(most_) + " bytes";
-        }
-        *bytes_ += row.bytes;
-        row_ = row.bytes;
-        return "";
+        isRepeated_ = false;
+        return at == bytes_.size() ? ""
+                                   : "offset 0x" + hexDigits(offset, 0) + " where 0x" +
+                                         hexDigits(*base_ + bytes_.size(), 0) + " should be";
     }
 
     std::size_t most_;
-    std::string* bytes_;
-    Form form_ = Form::unknown;
-    bool hasBase_ = false;
-    std::uint64_t base_ = 0;
-    std::string row_;  // the last one
+    std::string& bytes_;
+    RowOf rowOfForm_ = nullptr;
+    std::optional<std::uint64_t> base_;  // the first offset
+    std::string row_;                    // the last one
     bool isRepeated_ = false;
 };
 
@@ -212,19 +166,21 @@ bool isPlainText(std::string_view bytes) {
                        [](unsigned char c) { return isPrintableAscii(c) || c == '\t' || c == '\n' || c == '\r'; });
 }
 
-std::string parseHexText(std::string_view text, std::size_t most, std::string* bytes) {
-    HexText reader(most, bytes);
+HexText parseHexText(std::string_view text, std::size_t most) {
+    HexText result;
+    Reader reader(most, result.bytes);
     std::size_t number = 0;
-    while (!text.empty()) {
+    while (!text.empty() && result.fault.empty()) {
         ++number;
         std::size_t const end = std::min(text.find('\n'), text.size());
-        if (std::string const wrong = reader.read(text.substr(0, end)); !wrong.empty()) {
-            return "line " + std::to_string(number) + ": " + wrong;
-        }
+        result.fault = reader.read(text.substr(0, end));
         text.remove_prefix(std::min(end + 1, text.size()));
     }
-    std::string const missing = reader.finish();
-    return missing.empty() ? "" : "line " + std::to_string(number) + ": " + missing;
+    result.fault = result.fault.empty() ? reader.finish() : result.fault;
+    if (!result.fault.empty()) {
+        result.fault = "line " + std::to_string(number) + ": " + result.fault;
+    }
+    return result;
 }
 
 }  // namespace zelq

@@ -7,6 +7,7 @@
 
 #include "store/microcodelog.h"
 #include "store/severity.h"
+#include "tools/terminal/output.h"
 
 namespace zelq {
 namespace {
@@ -36,41 +37,27 @@ bool says(Record const& record, TextPattern const& pattern) {
 
 }  // namespace
 
-struct TextPattern::Compiled {
-    regex_t expression = {};
-    bool isValid = false;
-
-    Compiled() = default;
-    Compiled(Compiled const&) = delete;
-    Compiled& operator=(Compiled const&) = delete;
-    ~Compiled() {
-        if (isValid) {
-            regfree(&expression);
-        }
-    }
-};
-
-std::string TextPattern::compile(std::string const& expression) {
+TextPattern::TextPattern(std::string const& expression) {
     bool const hasCapital =
         std::any_of(expression.begin(), expression.end(), [](unsigned char c) { return std::isupper(c) != 0; });
-    auto const compiled = std::make_shared<Compiled>();
     int const flags = REG_EXTENDED | REG_NEWLINE | (hasCapital ? 0 : REG_ICASE);
-    int const failure = regcomp(&compiled->expression, expression.c_str(), flags);
-    if (failure != 0) {
+    auto compiled = std::make_unique<regex_t>();
+    if (int const failure = regcomp(compiled.get(), expression.c_str(), flags); failure != 0) {
         char reason[128];
-        regerror(failure, &compiled->expression, reason, sizeof reason);
-        return reason;
+        regerror(failure, compiled.get(), reason, sizeof reason);
+        throw Failure{exitUsage, "not a regular expression: '" + expression + "': " + reason};
     }
-    compiled->isValid = true;
-    compiled_ = compiled;
-    return "";
+    compiled_ = {compiled.release(), [](regex_t* pattern) {
+                     regfree(pattern);
+                     delete pattern;
+                 }};
 }
 
 // Bounds are given instead of a closing zero byte, since the text may hold some.
 bool TextPattern::isFoundIn(std::string_view text) const {
     regmatch_t bounds = {0, static_cast<regoff_t>(text.size())};
     char const* const characters = text.data() == nullptr ? "" : text.data();
-    return regexec(&compiled_->expression, characters, 1, &bounds, REG_STARTEND) == 0;
+    return regexec(compiled_.get(), characters, 1, &bounds, REG_STARTEND) == 0;
 }
 
 bool LogFilter::matches(Record const& record) const {

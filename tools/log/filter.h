@@ -1,6 +1,7 @@
 #ifndef ZELQ_TOOLS_LOG_FILTER_H
 #define ZELQ_TOOLS_LOG_FILTER_H
 
+#include <regex.h>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -14,15 +15,14 @@ namespace zelq {
 /// A pattern that was compiled once, for searching in many texts.
 class TextPattern {
 public:
-    /// An extended regular expression. Without a capital letter in it, case does not count. Returns
-    /// what is wrong with it, or "".
-    std::string compile(std::string const& expression);
+    /// An extended regular expression. Without a capital letter in it, case does not count. Throws
+    /// Failure when it is none.
+    explicit TextPattern(std::string const& expression);
 
     bool isFoundIn(std::string_view text) const;
 
 private:
-    struct Compiled;
-    std::shared_ptr<Compiled const> compiled_;
+    std::shared_ptr<regex_t> compiled_;
 };
 
 /// Which records a command is about. A record has to match everything that is set; of a list, one

@@ -5,9 +5,8 @@
 #include <optional>
 
 #include "store/reader.h"
-#include "tools/log/commands.h"
-#include "tools/log/faultlist.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/command.h"
+#include "tools/log/report.h"
 
 namespace zelq {
 namespace {
@@ -135,7 +134,7 @@ void StoreFollower::changeFile() {
 }
 
 /// Prints the newest records of the store as it is and lets the follower go on behind them.
-void start(StoreReader& store, LogListOptions const& options, LogWriter& writer, StoreFollower& follower) {
+void start(StoreReader& store, LogOptions const& options, LogWriter& writer, StoreFollower& follower) {
     off_t const end = endOfLastLine(store.files().files()[0].descriptor.get());
     std::vector<RecordPlace> places;
     std::string last;
@@ -164,15 +163,11 @@ void start(StoreReader& store, LogListOptions const& options, LogWriter& writer,
 
 }  // namespace
 
-int followLogs(LogListOptions const& options, Output& output) {
+ExitStatus followLogs(LogOptions const& options, Output& output) {
     LogWriter writer(options.writer, output);
     StoreFollower follower(options.filter, writer, output);
     StoreReader store;
-    ExitStatus const status = openStore(store);
-    if (status == exitFailed) {
-        return status;
-    }
-    if (status == exitFine && !store.files().files().empty()) {
+    if (openStore(store) && !store.files().files().empty()) {
         start(store, options, writer, follower);
     }
     while (output.flush() && output.waitWithReader()) {

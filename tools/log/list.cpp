@@ -6,10 +6,8 @@
 #include <vector>
 
 #include "store/reader.h"
-#include "tools/commandline/timetext.h"
-#include "tools/log/commands.h"
-#include "tools/log/faultlist.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/command.h"
+#include "tools/log/report.h"
 
 namespace zelq {
 namespace {
@@ -35,22 +33,22 @@ Record candidateOf(Record const& record) {
 }
 
 // The candidates stand with whole ids, oldest first, ready to be copied.
-int reportAmbiguous(std::string const& id, std::deque<Record> const& newest, std::size_t count, Output& output) {
+ExitStatus reportAmbiguous(std::string const& id, std::deque<Record> const& newest, std::size_t count, Output& output) {
     output.finish();
     complain("id '" + id + "' is ambiguous, it begins the ids of " + counted(count, "record") +
              (count > newest.size() ? ", such as:" : ":"));
     for (Record const& record : newest) {
-        complain("  " + record.id + "  " + shownTime(record.timeUs, false) + "  " + record.event);
+        complain("  " + record.id + "  " + shownTime(record.timeUs) + "  " + record.event);
     }
     return exitUsage;
 }
 
 }  // namespace
 
-int listLogs(LogListOptions const& options, Output& output) {
+ExitStatus listLogs(LogOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     output.startPager();
     LogWriter writer(options.writer, output);
@@ -70,7 +68,11 @@ int listLogs(LogListOptions const& options, Output& output) {
                     [&](Record const& record, std::string_view line, RecordPlace const& place) {
                         if (options.filter.matches(record)) {
                             ++count;
-                            options.writer.isReversed ? writer.print(record, line) : places.push_back(place);
+                            if (options.writer.isReversed) {
+                                writer.print(record, line);
+                            } else {
+                                places.push_back(place);
+                            }
                         }
                         return count < options.newest && !output.isDone();
                     });
@@ -84,10 +86,10 @@ int listLogs(LogListOptions const& options, Output& output) {
     return faults.exitStatus(writer.isAnything() ? exitFine : exitNothing);
 }
 
-int showLog(LogShowOptions const& options, Output& output) {
+ExitStatus showLog(LogOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     output.startPager();
     std::string const& id = options.id;
@@ -121,7 +123,11 @@ int showLog(LogShowOptions const& options, Output& output) {
     output.finish();
     faults.complain();
     if (count == 0) {
-        id.empty() ? complainAboutNothing(store, options.filter) : complain("no record with id '" + id + "'");
+        if (id.empty()) {
+            complainAboutNothing(store, options.filter);
+        } else {
+            complain("no record with id '" + id + "'");
+        }
     }
     return faults.exitStatus(count > 0 ? exitFine : exitNothing);
 }

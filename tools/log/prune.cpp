@@ -4,9 +4,9 @@
 
 #include <cstring>
 
-#include "tools/log/commands.h"
-#include "tools/log/folderreport.h"
-#include "tools/terminal/progress.h"
+#include "tools/log/command.h"
+#include "tools/log/report.h"
+#include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {
@@ -19,10 +19,10 @@ PruneCut cutStore(StoreReader& store, LogPruneOptions const& options) {
 
 }  // namespace
 
-int pruneStore(LogPruneOptions const& options, Output& output) {
+ExitStatus pruneStore(LogPruneOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status == exitNothing ? exitFine : status;  // what is not there need not be removed
+    if (!openStore(store)) {
+        return exitFine;  // what is not there need not be removed
     }
     try {
         PruneCut const cut = cutStore(store, options);
@@ -32,12 +32,10 @@ int pruneStore(LogPruneOptions const& options, Output& output) {
                          : (options.isDryRun ? "would remove " : "removed ") + counted(cut.records, "record") +
                                (cut.badLines > 0 ? " and " + counted(cut.badLines, "bad line") : "") + ", " +
                                byteCount(static_cast<std::uint64_t>(cut.bytes)));
-        output.print("; " + byteCount(static_cast<std::uint64_t>(left)) + " stay\n");
+        output.printLine("; " + byteCount(static_cast<std::uint64_t>(left)) + " stay");
     } catch (PruneFailure const& failure) {
-        output.finish();
-        complain("cannot " + failure.step + (failure.reason != 0 ? ": " : "") +
-                 (failure.reason != 0 ? std::strerror(failure.reason) : ""));
-        return exitFailed;
+        std::string const reason = failure.reason != 0 ? std::string(": ") + std::strerror(failure.reason) : "";
+        throw Failure{exitFailed, "cannot " + failure.step + reason};
     }
     for (std::string const& reason : store.files().unreadable()) {
         complain(reason);

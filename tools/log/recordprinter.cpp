@@ -1,4 +1,4 @@
-#include "tools/log/recordprinter.h"
+#include "tools/log/writer.h"
 
 #include <algorithm>
 #include <iterator>
@@ -10,18 +10,17 @@
 
 #include "store/microcodelog.h"
 #include "store/severity.h"
-#include "tools/commandline/timetext.h"
 #include "tracing/snapshotrow.h"
 
 namespace zelq {
 namespace {
 
 constexpr std::size_t nameWidth = 11;
-constexpr std::size_t foldedLines = 10;  // three traces then leave room for the rest on a screen
 
-void printField(std::string const& name, std::string const& value, Output& output) {
-    output.print(Style::faint, padded(name, nameWidth));
-    output.print(" " + value + "\n");
+void printField(std::string_view name, std::string_view value, Output& output, Style style = Style::plain) {
+    output.printColumn(name, nameWidth, Style::faint);
+    output.print(" ");
+    output.printLine(value, style);
 }
 
 std::string number(std::uint64_t value, int digits) {
@@ -30,13 +29,13 @@ std::string number(std::uint64_t value, int digits) {
 
 void printLines(std::vector<std::string_view> const& lines, Output& output) {
     for (std::string_view const line : lines) {
-        output.print(line.empty() ? "\n" : "    " + printable(line, true) + "\n");
+        output.print(line.empty() ? "" : "    ");
+        output.printTextLine(line);
     }
 }
 
 void printSection(std::string const& heading, std::vector<std::string_view> const& lines, Output& output) {
-    output.print(Style::heading, heading);
-    output.print("\n");
+    output.printLine(heading, Style::heading);
     printLines(lines, output);
 }
 
@@ -96,9 +95,12 @@ void printItem(RecordItem const& item, char const* note, Output& output) {
         printLines(linesOf(item.bytes), output);
         return;
     }
-    std::string dump;
-    appendHexDump(item.bytes, 4, dump);
-    output.print(dump);
+    // Four digits keep a line below 80 columns; longer items get what they need.
+    int const digits = item.bytes.size() > 0x10000 ? 6 : 4;
+    for (std::size_t offset = 0; offset < item.bytes.size(); offset += 16) {
+        output.printLine("    " + hexDigits(offset, digits) + "  " +
+                         hexRow(std::string_view(item.bytes).substr(offset, 16), 16));
+    }
 }
 
 using Field = RecordField<std::string>;
@@ -108,17 +110,17 @@ std::string plainText(std::uint64_t number) {
 }
 
 std::string plainText(std::string const& text) {
-    return printable(text);
+    return text;
 }
 
 std::string plainText(long long timeUs) {
-    return shownTime(timeUs, true);
+    return shownExactTime(timeUs);
 }
 
 std::string plainText(std::vector<std::string> const& list) {
     std::string text;
     for (std::string const& entry : list) {
-        text += (text.empty() ? "" : ", ") + printable(entry);
+        text += (text.empty() ? "" : ", ") + entry;
     }
     return text;
 }
@@ -135,16 +137,12 @@ void printPlainly(Record const& record, Field const& field, Output& output) {
 
 template <int Digits>
 void printNumber(Record const& record, Field const& field, Output& output) {
-    printField(std::string(field.name), number(record.*std::get<std::uint64_t Record::*>(field.member), Digits),
-               output);
+    printField(field.name, number(record.*std::get<std::uint64_t Record::*>(field.member), Digits), output);
 }
 
 void printSeverity(Record const& record, Field const&, Output& output) {
-    output.print(Style::faint, padded("severity", nameWidth));
-    output.print(" ");
-    output.print(severityStoredAs(record.severity).isAlarming ? Style::alarm : Style::plain,
-                 printable(record.severity));
-    output.print("\n");
+    bool const isAlarming = severityStoredAs(record.severity).isAlarming;
+    printField("severity", record.severity, output, isAlarming ? Style::alarm : Style::plain);
     if (errorCode(record).has_value()) {
         printField("refcode", referenceCode(record), output);
     }
@@ -160,8 +158,7 @@ void printUser(Record const& record, Field const& field, Output& output) {
 
 void printProgram(Record const& record, Field const&, Output& output) {
     printField("program",
-               printable(record.program) + ", process " + std::to_string(record.pid) + ", thread " +
-                   std::to_string(record.tid),
+               record.program + ", process " + std::to_string(record.pid) + ", thread " + std::to_string(record.tid),
                output);
 }
 

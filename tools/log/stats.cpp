@@ -4,24 +4,16 @@
 #include <map>
 #include <vector>
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
-
 #include "common/calendar.h"
-#include "common/text.h"
 #include "store/microcodelog.h"
 #include "store/reader.h"
-#include "tools/commandline/timetext.h"
-#include "tools/log/commands.h"
-#include "tools/log/faultlist.h"
-#include "tools/log/folderreport.h"
-#include "tools/terminal/progress.h"
+#include "tools/log/command.h"
+#include "tools/log/report.h"
+#include "tools/terminal/json.h"
 #include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {
-
-using JsonWriter = rapidjson::Writer<rapidjson::StringBuffer>;
 
 /// Counts by one property. A hostile store could have no end of different values, and long ones:
 /// neither costs more than a bounded amount of memory.
@@ -100,90 +92,64 @@ void printTable(char const* heading, char const* nameless, Tally const& tally, O
     }
     std::size_t const width = terminalWidth();
     std::size_t const barWidth = width > 50 ? width - nameWidth - countWidth - 3 : 20;
-    output.print("\n");
-    output.print(Style::heading, padded(heading, nameWidth) + "  " + "  RECORDS");
-    output.print("\n");
+    output.printLine();
+    output.printLine(padded(heading, nameWidth) + "    RECORDS", Style::heading);
     for (Tally::Row const& row : rows) {
         std::string const count = std::to_string(row.count);
-        std::string const gap(count.size() < countWidth ? countWidth - count.size() : 0, ' ');
         double const share = static_cast<double>(row.count) / static_cast<double>(most);
-        std::size_t const bar =
-            std::max<std::size_t>(static_cast<std::size_t>(share * static_cast<double>(barWidth)), 1);
-        std::string line = padded(row.name.empty() ? nameless : printable(row.name), nameWidth);
-        line.append("  ").append(gap).append(count).append(" ").append(bar, '#').append("\n");
-        output.print(line);
+        auto const bar = static_cast<std::size_t>(share * static_cast<double>(barWidth));
+        output.printColumn(row.name.empty() ? nameless : row.name, nameWidth);
+        output.print("  " + std::string(countWidth - std::min(count.size(), countWidth), ' ') + count + " ");
+        output.printLine(std::string(std::max<std::size_t>(bar, 1), '#'));
     }
 }
 
 void printTables(Statistics const& statistics, Output& output) {
-    output.print(counted(statistics.records, "record") + ", from " + shownTime(statistics.firstUs, false) + " to " +
-                 shownTime(statistics.lastUs, false) + "\n");
+    output.printLine(counted(statistics.records, "record") + ", from " + shownTime(statistics.firstUs) + " to " +
+                     shownTime(statistics.lastUs));
     if (statistics.lost > 0) {
-        output.print(Style::alarm, counted(statistics.lost, "record") + " more could not be stored");
-        output.print("\n");
+        output.printLine(counted(statistics.lost, "record") + " more could not be stored", Style::alarm);
     }
     printTable("SEVERITY", "", statistics.severities, output);
     printTable("EVENT", "(none)", statistics.events, output);
     printTable("REFERENCE CODE", "(none)", statistics.codes, output);
 }
 
-void write(JsonWriter& writer, std::string const& text) {
-    writer.String(text.data(), static_cast<rapidjson::SizeType>(text.size()));
-}
-
-// As in the store: where a text is not UTF-8, its exact bytes stand beside it.
-void writeTally(JsonWriter& writer, char const* name, char const* key, Tally const& tally) {
-    writer.Key(name);
+void writeTally(JsonLines& writer, std::string const& name, char const* key, Tally const& tally) {
+    writer.key(name);
     writer.StartArray();
     for (Tally::Row const& row : tally.rows()) {
-        std::string text;
-        appendReplacingInvalid(row.name, text);
         writer.StartObject();
-        writer.Key(key);
-        write(writer, text);
-        if (text != row.name) {
-            std::string exact;
-            appendBase64(row.name, exact);
-            writer.Key((std::string(key) + "_base64").c_str());
-            write(writer, exact);
-        }
-        writer.Key("records");
-        writer.Uint64(row.count);
+        writer.exactField(key, row.name);
+        writer.field("records", row.count);
         writer.EndObject();
     }
     writer.EndArray();
     if (tally.others() > 0) {
-        writer.Key((std::string("other_") + name).c_str());
-        writer.Uint64(tally.others());
+        writer.field("other_" + name, tally.others());
     }
 }
 
 void printJson(Statistics const& statistics, Output& output) {
-    rapidjson::StringBuffer line;
-    JsonWriter writer(line);
+    JsonLines writer(output);
     writer.StartObject();
-    writer.Key("records");
-    writer.Uint64(statistics.records);
-    writer.Key("first");
-    write(writer, storedTime(statistics.firstUs));
-    writer.Key("last");
-    write(writer, storedTime(statistics.lastUs));
-    writer.Key("lost");
-    writer.Uint64(statistics.lost);
+    writer.field("records", statistics.records);
+    writer.field("first", storedTime(statistics.firstUs));
+    writer.field("last", storedTime(statistics.lastUs));
+    writer.field("lost", statistics.lost);
     writeTally(writer, "severities", "severity", statistics.severities);
     writeTally(writer, "events", "event", statistics.events);
     writeTally(writer, "refcodes", "refcode", statistics.codes);
     writer.EndObject();
-    output.print({line.GetString(), line.GetSize()});
-    output.print("\n");
+    writer.endLine();
 }
 
 }  // namespace
 
-int countLogs(LogStatsOptions const& options, Output& output) {
+ExitStatus countLogs(LogOptions const& options, Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     Statistics statistics;
     FaultList faults;
@@ -200,7 +166,11 @@ int countLogs(LogStatsOptions const& options, Output& output) {
     progress.hide();
     if (statistics.records > 0) {
         output.startPager();
-        options.json ? printJson(statistics, output) : printTables(statistics, output);
+        if (options.writer.format == logFormatNamed("json")) {
+            printJson(statistics, output);
+        } else {
+            printTables(statistics, output);
+        }
     }
     output.finish();
     faults.complain();

@@ -1,10 +1,9 @@
 // zelq log verify
 
 #include "store/reader.h"
-#include "tools/log/commands.h"
-#include "tools/log/faultlist.h"
-#include "tools/log/folderreport.h"
-#include "tools/terminal/progress.h"
+#include "tools/log/command.h"
+#include "tools/log/report.h"
+#include "tools/terminal/terminal.h"
 
 namespace zelq {
 namespace {
@@ -17,8 +16,7 @@ public:
 private:
     void keep(Fault&& fault) override {
         progress_.hide();
-        output_.print(fault.kind == Fault::damaged ? Style::alarm : Style::plain, printable(describe(fault)));
-        output_.print("\n");
+        output_.printLine(describe(fault), fault.kind == Fault::damaged ? Style::alarm : Style::plain);
         output_.flush();
     }
 
@@ -28,10 +26,10 @@ private:
 
 }  // namespace
 
-int verifyStore(Output& output) {
+ExitStatus verifyStore(Output& output) {
     StoreReader store;
-    if (ExitStatus const status = openStore(store); status != exitFine) {
-        return status;
+    if (!openStore(store)) {
+        return exitNothing;
     }
     Progress progress("verifying", store.files().totalSize());
     FaultPrinter faults(progress, output);
@@ -57,7 +55,7 @@ int verifyStore(Output& output) {
     if (newer > 0) {
         summary += ", " + std::to_string(newer) + " newer than this zelq";
     }
-    output.print(summary + "\n");
+    output.printLine(summary);
     return damaged > 0 ? exitDamaged : exitFine;
 }
 

@@ -1,11 +1,12 @@
 #include "tools/terminal/output.h"
 
 #include <poll.h>
+#include <sys/wait.h>
 #include <unistd.h>
-#include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 
 #include "common/systemcalls.h"
 #include "tools/terminal/terminal.h"
@@ -33,45 +34,61 @@ char const* sequence(Style style) {
     return "";
 }
 
-unsigned codePoint(unsigned char const* bytes, std::size_t length) {
-    if (length == 1) {
-        return bytes[0];
+std::string wantedPager() {
+    for (char const* const name : {"ZELQ_PAGER", "PAGER"}) {
+        if (char const* const value = std::getenv(name); value != nullptr) {
+            return value;
+        }
     }
-    unsigned value = bytes[0] & (0xFFU >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i) {
-        value = value << 6 | (bytes[i] & 0x3FU);
-    }
-    return value;
+    return "if command -v less >/dev/null; then exec less; else exec cat; fi";
 }
 
-// The characters after the control characters cannot harm a terminal, but the reader: they make one
-// line look like two, or text stand where it does not.
-bool isDangerous(unsigned character) {
-    return character < 0x20 || (character >= 0x7F && character <= 0x9F) ||  // control characters
-           character == 0x2028 || character == 0x2029 ||                    // line ends of another kind
-           character == 0x061C || character == 0x200E || character == 0x200F ||
-           (character >= 0x202A && character <= 0x202E) ||  // writing direction
-           (character >= 0x2066 && character <= 0x2069);
+void setKeyboardSignals(void (*handler)(int)) {
+    std::signal(SIGINT, handler);
+    std::signal(SIGQUIT, handler);
 }
 
 }  // namespace
 
-Output::Output(ColourMode mode, bool mayPage) : coloured_(wantsColour(mode)), mayPage_(mayPage) {}
+Output::Output(ColourMode mode, Paging paging) : coloured_(wantsColour(mode)), paging_(paging) {}
 
-void Output::print(std::string_view text) {
-    pending_ += text;
+// An exception's way out: there may be no memory for more than to wait for the pager's end.
+Output::~Output() {
+    if (pager_ != nullptr) {
+        pclose(pager_);
+    }
+}
+
+void Output::put(std::string_view shown, Style style) {
+    bool const isStyled = coloured_ && style != Style::plain;
+    raw(isStyled ? sequence(style) : "");
+    raw(shown);
+    raw(isStyled ? "\x1b[0m" : "");
+}
+
+void Output::raw(std::string_view bytes) {
+    pending_ += bytes;
     if (pending_.size() >= flushAt) {
         flush();
     }
 }
 
-void Output::print(Style style, std::string_view text) {
-    if (coloured_ && style != Style::plain) {
-        print(sequence(style));
-        print(text);
-        print("\x1b[0m");
-    } else {
-        print(text);
+void Output::openPager() {
+    std::string const command = wantedPager();
+    if (command.empty() || command == "cat" || !isTerminal(STDOUT_FILENO)) {
+        return;
+    }
+    // Colours as they are, and no screen of its own for what fits on the one there is.
+    setenv("LESS", "FRX", 0);
+    setenv("LV", "-c", 0);
+    // The pager has signals as a shell gives them to it: a pipe that it writes to is its own affair.
+    setKeyboardSignals(SIG_DFL);
+    auto* const onPipe = std::signal(SIGPIPE, SIG_DFL);
+    pager_ = popen(command.c_str(), "we");
+    std::signal(SIGPIPE, onPipe);
+    if (pager_ != nullptr) {
+        // Who interrupts a pager means the pager, which has the terminal in its hands.
+        setKeyboardSignals(SIG_IGN);
     }
 }
 
@@ -79,10 +96,10 @@ void Output::print(Style style, std::string_view text) {
 bool Output::flush() {
     if (wantsPager_ && !pending_.empty()) {
         wantsPager_ = false;
-        pager_.start();
+        openPager();
     }
     std::size_t done = 0;
-    int const file = pager_.isRunning() ? pager_.input() : STDOUT_FILENO;
+    int const file = pager_ != nullptr ? fileno(pager_) : STDOUT_FILENO;
     while (failure_ == 0 && done < pending_.size()) {
         ssize_t const written =
             uninterrupted([&] { return write(file, pending_.data() + done, pending_.size() - done); });
@@ -96,16 +113,32 @@ bool Output::flush() {
     return failure_ == 0;
 }
 
-bool Output::finish() {
+void Output::finish() {
     flush();
-    bool const hadPager = pager_.isRunning();
-    if (!pager_.finish()) {
+    if (pager_ == nullptr) {
+        return;
+    }
+    constexpr int cannotRun = 127;  // the status with which a shell says it
+    int const status = pclose(pager_);
+    pager_ = nullptr;
+    setKeyboardSignals(SIG_DFL);
+    if (WIFEXITED(status) && WEXITSTATUS(status) == cannotRun) {
         complain("the pager cannot be run; see ZELQ_PAGER and PAGER, or use --no-pager");
-        failure_ = ENOEXEC;
-    } else if (hadPager && failure_ == EPIPE) {
+        failure_ = EPIPE;
+    } else if (failure_ == EPIPE) {
         failure_ = 0;
     }
-    return failure_ == 0;
+}
+
+// A reader who has seen enough and closed the pipe needs no message, and a pager that cannot be run
+// had one.
+void Output::close() {
+    finish();
+    if (failure_ != 0) {
+        throw Failure{exitFailed, failure_ == EPIPE
+                                      ? ""
+                                      : std::string("cannot write to standard output: ") + std::strerror(failure_)};
+    }
 }
 
 bool Output::waitWithReader() const {
@@ -118,66 +151,6 @@ bool Output::waitWithReader() const {
 void complain(std::string_view message) {
     std::string const line = "zelq: " + printable(message) + "\n";
     std::fwrite(line.data(), 1, line.size(), stderr);
-}
-
-std::string printable(std::string_view text, bool keepTabs) {
-    std::string shown;
-    shown.reserve(text.size());
-    auto const* const bytes = reinterpret_cast<unsigned char const*>(text.data());
-    for (std::size_t i = 0; i < text.size();) {
-        if (text.size() - i >= 8 && isPrintableWord(textWord(bytes + i))) {
-            shown.append(text, i, 8);
-            i += 8;
-            continue;
-        }
-        std::size_t const length = utf8Length(bytes + i, text.size() - i);
-        unsigned const character = length == 0 ? bytes[i] : codePoint(bytes + i, length);
-        if (length == 0 || (length == 1 && isDangerous(character) && !(keepTabs && character == '\t'))) {
-            shown += "\\x" + hexDigits(character, 2);
-        } else if (length > 1 && isDangerous(character)) {
-            shown += "\\u" + hexDigits(character, 4);
-        } else {
-            shown.append(text, i, length);
-        }
-        i += std::max<std::size_t>(length, 1);
-    }
-    return shown;
-}
-
-std::size_t columns(std::string_view text) {
-    return static_cast<std::size_t>(
-        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
-}
-
-std::string padded(std::string text, std::size_t width) {
-    std::size_t const used = columns(text);
-    text.append(used < width ? width - used : 0, ' ');
-    return text;
-}
-
-void appendHexRow(std::string_view row, std::size_t width, std::string& to) {
-    std::string characters;
-    for (std::size_t i = 0; i < width; ++i) {
-        to += i != 0 && i % 8 == 0 ? " " : "";
-        if (i < row.size()) {
-            auto const byte = static_cast<unsigned char>(row[i]);
-            to += hexDigits(byte, 2) + " ";
-            characters += isPrintableAscii(byte) ? row[i] : '.';
-        } else {
-            to += "   ";
-        }
-    }
-    to += " |" + characters + "|\n";
-}
-
-void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to) {
-    // Four digits keep a line below 80 columns; longer items get what they need.
-    int const digits = bytes.size() > 0x10000 ? 6 : 4;
-    for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
-        to.append(indent, ' ');
-        to += hexDigits(offset, digits) + "  ";
-        appendHexRow(bytes.substr(offset, 16), 16, to);
-    }
 }
 
 }  // namespace zelq

@@ -2,12 +2,11 @@
 #define ZELQ_TOOLS_TERMINAL_OUTPUT_H
 
 #include <cstddef>
-#include <cstdint>
+#include <cstdio>
 #include <string>
 #include <string_view>
 
-#include "common/text.h"
-#include "tools/terminal/pager.h"
+#include "tools/terminal/text.h"
 
 namespace zelq {
 
@@ -20,33 +19,64 @@ enum ExitStatus {
     exitFailed = 4,   ///< the folder is refused, standard output cannot be written, no memory
 };
 
-/// When output is coloured.
+/// Thrown where a command cannot go on, and caught by main() alone.
+struct Failure {
+    ExitStatus status;
+    std::string message;  ///< for complain(); empty when there is nothing to tell
+};
+
+/// When output is coloured. Automatic: on a terminal, unless NO_COLOR is set or the terminal is a dumb one.
 enum class ColourMode { automatic, always, never };
+
+/// Whether long output may go through a pager. Automatic: on a terminal.
+enum class Paging { automatic, never };
 
 /// What a piece of output is; how that looks is decided in one place.
 enum class Style { plain, heading, alarm, faint };
 
-/// Standard output. Collects what is printed; a failed write is remembered, and later ones are
-/// left out, so that callers look once at the end.
+/// Standard output. Whatever is in a text that is printed, it does nothing to a terminal and ends no
+/// line: only what the viewer itself has made goes out by raw(). Collects what is printed; a failed
+/// write is remembered, and later ones are left out, so that callers look once at the end.
 class Output {
 public:
-    /// Automatic means: colour on a terminal, unless NO_COLOR is set or the terminal is a dumb one.
-    Output(ColourMode mode, bool mayPage);
+    Output(ColourMode mode, Paging paging);
+    ~Output();
+    Output(Output const&) = delete;
+    Output& operator=(Output const&) = delete;
 
-    /// Sends everything through a pager, if that is allowed and standard output is a terminal.
-    void startPager() { wantsPager_ = mayPage_; }
+    /// Sends everything through $ZELQ_PAGER, else $PAGER, else less, if that is allowed and standard
+    /// output is a terminal. An empty pager, and "cat", mean none.
+    void startPager() { wantsPager_ = paging_ == Paging::automatic; }
 
-    void print(std::string_view text);
+    /// Prints what printable() makes of `text`, in a style when there is colour.
+    void print(std::string_view text, Style style = Style::plain) { put(printable(text), style); }
 
-    /// Prints `text` in a style when there is colour.
-    void print(Style style, std::string_view text);
+    /// The same, and ends the line.
+    void printLine(std::string_view text = "", Style style = Style::plain) {
+        print(text, style);
+        raw("\n");
+    }
+
+    /// The same with spaces behind `text`, up to `width` columns as they are shown.
+    void printColumn(std::string_view text, std::size_t width, Style style = Style::plain) {
+        put(padded(printable(text), width), style);
+    }
+
+    /// A line of a text that a program logged or traced: its tabs stay.
+    void printTextLine(std::string_view line) { raw(printable(line, Tabs::kept) += '\n'); }
+
+    /// Bytes as they are.
+    void raw(std::string_view bytes);
 
     /// Hands everything to the kernel. False when some of it was lost.
     bool flush();
 
     /// Flushes, and waits until the user has left the pager: what is told then does not get in its
-    /// way. False when something was lost. A user who has left early has lost nothing.
-    bool finish();
+    /// way. A user who has left early has lost nothing.
+    void finish();
+
+    /// The end of all output. Throws Failure when some of it was lost.
+    void close();
 
     /// Sleeps for a moment. False, at once, when whoever reads the output has gone.
     bool waitWithReader() const;
@@ -54,38 +84,20 @@ public:
     /// Nobody reads any more, or it cannot be written: what is printed now is lost.
     bool isDone() const { return failure_ != 0; }
 
-    /// errno of the first failed write, 0 when there was none.
-    int failure() const { return failure_; }
-
 private:
+    void put(std::string_view shown, Style style);
+    void openPager();
+
     bool coloured_;
-    bool mayPage_;
+    Paging paging_;
     bool wantsPager_ = false;  // from the first output on
-    int failure_ = 0;
+    int failure_ = 0;          // errno of the first failed write
     std::string pending_;
-    Pager pager_;
+    std::FILE* pager_ = nullptr;
 };
 
-/// Writes "zelq: <message>" to standard error, control characters escaped.
+/// Writes "zelq: <message>" to standard error, made harmless like everything that is printed.
 void complain(std::string_view message);
-
-/// `text` with everything that a terminal could obey, or that could make text look like other text,
-/// in the form \x1b or \u202e: control characters, bytes that are not UTF-8, and the characters that
-/// turn the writing direction. Tabs stay when `keepTabs`.
-std::string printable(std::string_view text, bool keepTabs = false);
-
-/// Number of characters of a UTF-8 text, taken as its width on a terminal.
-std::size_t columns(std::string_view text);
-
-/// `text` followed by spaces up to `width` columns; unchanged when it is wider.
-std::string padded(std::string text, std::size_t width);
-
-/// Appends up to `width` bytes in hexadecimal and as characters, which stand in the same column however
-/// few bytes there are.
-void appendHexRow(std::string_view row, std::size_t width, std::string& to);
-
-/// Appends a dump of 16 bytes per line, each line after `indent` spaces: offset, hexadecimal, characters.
-void appendHexDump(std::string_view bytes, std::size_t indent, std::string& to);
 
 }  // namespace zelq
 

@@ -1,84 +1,68 @@
 #include "tools/trace/command.h"
 
-#include <unistd.h>
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
-#include <rapidjson/stringbuffer.h>
-#include <rapidjson/writer.h>
+#include <CLI/CLI.hpp>
 
 #include "common/statefolder.h"
-#include "common/text.h"
-#include "tools/commandline/timetext.h"
-#include "tools/log/folderreport.h"
+#include "tools/log/report.h"
+#include "tools/terminal/json.h"
 
 namespace zelq {
 namespace {
 
 constexpr std::size_t followBatch = 1024;
-constexpr std::size_t timeStart = 11;  // of the time of day, in what shownTime() returns
+constexpr std::size_t timeStart = 11;  // of the time of day, in what shownExactTime() returns
 
 /// Prints lines, and a line with the date before the first line of each day.
 class TracePrinter {
 public:
-    TracePrinter(bool json, Output& output) : json_(json), output_(output) {}
+    TracePrinter(bool json, Output& output) : json_(json), output_(output), writer_(output) {}
 
-    void print(TraceEntry const& entry) { json_ ? printJson(entry) : printShort(entry); }
-
-private:
-    void printShort(TraceEntry const& entry) {
-        std::string const time = shownTime(entry.timeNs / 1000, true);
-        if (time.compare(0, timeStart, date_) != 0) {
-            date_ = time.substr(0, timeStart);
-            output_.print(Style::faint, "-- " + date_ + "UTC --");
-            output_.print("\n");
+    void print(TraceEntry const& entry) {
+        std::string const time = shownExactTime(entry.timeNs / 1000);
+        if (json_) {
+            printJson(entry, time);
+        } else {
+            printShort(entry, time);
         }
-        std::string const writer = std::to_string(entry.pid) + "/" + std::to_string(entry.tid);
-        output_.print(Style::faint, time.substr(timeStart, 15) + "  " + padded(writer, 11));
-        output_.print("  " + (entry.handle == 0 ? "" : "[" + std::to_string(entry.handle) + "] ") +
-                      printable(entry.line(), true) + "\n");
     }
 
-    void printJson(TraceEntry const& entry) {
-        std::string time = shownTime(entry.timeNs / 1000, true);
+private:
+    void printShort(TraceEntry const& entry, std::string const& time) {
+        if (time.compare(0, timeStart, date_) != 0) {
+            date_ = time.substr(0, timeStart);
+            output_.printLine("-- " + date_ + "UTC --", Style::faint);
+        }
+        std::string const writer = std::to_string(entry.pid) + "/" + std::to_string(entry.tid);
+        output_.print(time.substr(timeStart, 15) + "  " + padded(writer, 11), Style::faint);
+        output_.print("  " + (entry.handle == 0 ? "" : "[" + std::to_string(entry.handle) + "] "));
+        output_.printTextLine(entry.line());
+    }
+
+    void printJson(TraceEntry const& entry, std::string time) {
         char nanoseconds[16];
         std::snprintf(nanoseconds, sizeof nanoseconds, "%03dZ", static_cast<int>(entry.timeNs % 1000));
         time.replace(timeStart - 1, 1, "T").replace(time.size() - 1, 1, nanoseconds);
-
-        std::string text;
-        appendReplacingInvalid(entry.line(), text);
-        rapidjson::StringBuffer line;
-        rapidjson::Writer<rapidjson::StringBuffer> writer(line);
-        auto const field = [&writer](char const* name, std::string const& value) {
-            writer.Key(name);
-            writer.String(value.data(), static_cast<rapidjson::SizeType>(value.size()));
-        };
-        writer.StartObject();
-        writer.Key("ticket");
-        writer.Uint64(entry.ticket);
-        field("time", time);
-        writer.Key("pid");
-        writer.Uint(entry.pid);
-        writer.Key("tid");
-        writer.Uint(entry.tid);
-        writer.Key("handle");
-        writer.Uint(entry.handle);
-        field("text", text);
-        if (text != entry.line()) {
-            std::string exact;
-            appendBase64(entry.line(), exact);
-            field("text_base64", exact);
-        }
-        writer.EndObject();
-        output_.print({line.GetString(), line.GetSize()});
-        output_.print("\n");
+        writer_.StartObject();
+        writer_.field("ticket", entry.ticket);
+        writer_.field("time", time);
+        writer_.field("pid", entry.pid);
+        writer_.field("tid", entry.tid);
+        writer_.field("handle", entry.handle);
+        writer_.exactField("text", entry.line());
+        writer_.EndObject();
+        writer_.endLine();
     }
 
     bool json_;
     Output& output_;
+    JsonLines writer_;
     std::string date_;
 };
 
@@ -87,27 +71,23 @@ std::string ringPath() {
     return stateFolderPath(FolderUse::ring, path) == 0 ? path + std::string("/") + ringFileName : "";
 }
 
-/// Opens the ring. Complains about everything but a missing one, for which it returns exitNothing.
-ExitStatus openRing(RingReader& ring) {
+/// Opens the ring. False when there is none.
+bool openRing(RingReader& ring) {
     Descriptor folder;
-    if (int const failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder); failure != 0) {
-        if (failure == ENOENT) {
-            return exitNothing;
-        }
-        std::string const path = ringPath();
-        complainAboutFolder(path.substr(0, path.rfind('/')), failure);
-        return exitFailed;
-    }
-    int const failure = ring.open();
+    int failure = openStateFolder(FolderUse::ring, MissingFolder::leave, folder);
     if (failure != 0 && failure != ENOENT) {
-        complain("bad trace ring: '" + ringPath() + "' " + ring.problem());
-        return exitDamaged;
+        std::string const path = ringPath();
+        refuseFolder(path.substr(0, path.rfind('/')), failure);
     }
-    return failure == 0 ? exitFine : exitNothing;
+    failure = failure != 0 ? failure : ring.open();
+    if (failure != 0 && failure != ENOENT) {
+        throw Failure{exitDamaged, "bad trace ring: '" + ringPath() + "' " + ring.problem()};
+    }
+    return failure == 0;
 }
 
 // Ends only by a failure: of the ring, or of an output whose reader has gone.
-int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, Output& output) {
+ExitStatus follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, Output& output) {
     std::vector<TraceEntry> entries(followBatch);
     while (output.flush()) {
         TraceProgress const progress = ring.follow(filter, entries.data(), entries.size());
@@ -122,10 +102,7 @@ int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, O
             continue;
         }
         if (progress.count == 0 && ring.isRemoved()) {
-            // Programs started from now on trace to another ring.
-            if (ExitStatus const status = openRing(ring); status != exitFine && status != exitNothing) {
-                return status;
-            }
+            openRing(ring);  // programs started from now on trace to another one
         }
         if (!output.flush() || !output.waitWithReader()) {
             break;
@@ -136,20 +113,21 @@ int follow(RingReader& ring, TraceFilter const& filter, TracePrinter& printer, O
 
 }  // namespace
 
-int printTrace(TraceOptions const& options, Output& output) {
+ExitStatus printTrace(TraceOptions const& options, Output& output) {
     RingReader ring;
-    ExitStatus status = openRing(ring);
-    if (status == exitNothing) {
+    bool isOpen = openRing(ring);
+    if (!isOpen) {
         complain("no trace yet: there is no ring '" + ringPath() + "'");
     }
     // With follow, wait for the first program that traces.
-    while (status == exitNothing && options.follow && output.waitWithReader()) {
-        status = openRing(ring);
+    while (!isOpen && options.follow && output.waitWithReader()) {
+        isOpen = openRing(ring);
     }
-    if (status != exitFine) {
-        return status;
+    if (!isOpen) {
+        return exitNothing;
     }
-    std::vector<TraceEntry> entries(std::min(options.newest, ring.slotCount()));
+    std::size_t const newest = options.newest.value_or(options.follow ? followedNewest : ring.slotCount());
+    std::vector<TraceEntry> entries(std::min(newest, ring.slotCount()));
     std::size_t const count = ring.newest(options.filter, entries.data(), entries.size());
     TracePrinter printer(options.json, output);
     if (!options.follow) {
@@ -161,10 +139,24 @@ int printTrace(TraceOptions const& options, Output& output) {
     if (options.follow) {
         return follow(ring, options.filter, printer, output);
     }
-    if (count == 0 && options.newest > 0) {
+    if (count == 0 && newest > 0) {
         complain("no lines match in '" + ringPath() + "'");
     }
     return count > 0 ? exitFine : exitNothing;
+}
+
+Command addTraceCommand(CLI::App& app) {
+    CLI::App& trace = *app.add_subcommand("trace", "trace lines, oldest first");
+    auto const options = std::make_shared<TraceOptions>();
+    addNewest(trace, "only the newest N lines (10 when N is left out)", options->newest);
+    trace.add_flag("-f,--follow", options->follow, "begin with the newest 10 lines, then show new ones");
+    trace.add_option("--pid", options->filter.pid, "only lines of this process")->type_name("PID");
+    trace.add_option("--tid", options->filter.tid, "only lines of this thread")->type_name("TID");
+    trace.add_option("--handle", options->filter.handle, "only lines of this trace; 0 is the default one")
+        ->type_name("NUMBER");
+    addFormat(trace, "short, for people, or json, one object per line", {"short", "json"},
+              [options](std::string const& name) { options->json = name == "json"; });
+    return {&trace, [options](Output& output) { return printTrace(*options, output); }};
 }
 
 }  // namespace zelq

@@ -1,14 +1,25 @@
-#ifndef ZELQ_TOOLS_LOG_FAULTLIST_H
-#define ZELQ_TOOLS_LOG_FAULTLIST_H
+#ifndef ZELQ_TOOLS_LOG_REPORT_H
+#define ZELQ_TOOLS_LOG_REPORT_H
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "store/reader.h"
+#include "tools/log/filter.h"
 #include "tools/terminal/output.h"
 
 namespace zelq {
+
+/// Throws the Failure for a state folder `path` that could not be opened; `failure` is what
+/// openStateFolder() returned.
+[[noreturn]] void refuseFolder(std::string const& path, int failure);
+
+/// Opens the store. When there is none, says so and returns false.
+bool openStore(StoreReader& store);
+
+/// Complains that no record of the store matches.
+void complainAboutNothing(StoreReader const& store, LogFilter const& filter);
 
 /// Keeps the first faults, for complaints at the end of a command that shows records.
 class FaultList : public FaultSink {
@@ -17,7 +28,7 @@ public:
     void complain();
 
     /// `status`, or exitDamaged when there was damage.
-    int exitStatus(int status) const { return count(Fault::damaged) > 0 ? exitDamaged : status; }
+    ExitStatus exitStatus(ExitStatus status) const { return count(Fault::damaged) > 0 ? exitDamaged : status; }
 
 private:
     void keep(Fault&& fault) override;
