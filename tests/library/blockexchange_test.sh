@@ -24,7 +24,7 @@ for sibling in $siblings; do
     if [ "$sibling" = "$name" ] || [ ! -x "$other" ]; then
         continue
     fi
-    if [ "$source/tests/blockexchange.cpp" -nt "$other" ]; then
+    if [ "$source/tests/library/blockexchange.cpp" -nt "$other" ]; then
         echo "$sibling is not up to date: only the build's own blocks are checked"
         exit 0
     fi

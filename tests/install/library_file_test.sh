@@ -21,8 +21,8 @@ for name in zelqcood zelqcoob pumwtrac zelqsp1; do
     # Demangled, so that one list serves every width; sanitizers add symbols of their own.
     nm -D -C --defined-only "$file" | sed -E 's/^[0-9a-f]* +[A-Za-z] //' | grep -vE '^(_|__)(asan|ubsan|odr)' |
         LC_ALL=C sort -u >"$work/exported"
-    LC_ALL=C sort -u "exported/$name.txt" >"$work/expected"
-    diff -u "$work/expected" "$work/exported" >&2 || fail "exported symbols of $file differ from exported/$name.txt"
+    LC_ALL=C sort -u "../exported/$name.txt" >"$work/expected"
+    diff -u "$work/expected" "$work/exported" >&2 || fail "exported symbols of $file differ from ../exported/$name.txt"
 done
 
 # Its signal handlers may be in force when a program unloads it.

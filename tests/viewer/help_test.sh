@@ -1,5 +1,5 @@
 #!/bin/bash
-# viewer_documents_test.sh SOURCE ZELQ: the manual page and the completion name every command and
+# help_test.sh SOURCE ZELQ: the manual page and the completion name every command and
 # option that the viewer's help names, and do what they are for.
 set -eu
 source=$1

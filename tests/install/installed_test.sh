@@ -45,7 +45,7 @@ awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/REA
 # The manual page's program; roff wants a backslash written as \e.
 sed -n '/^\.EX$/,/^\.EE$/p' "$source/docs/zelqcood.3" | sed '/^\./d; s/\\e/\\/g; s/\\-/-/g' >"$work/inside/main.cpp"
 
-cp "$source/tests/consumer/CMakeLists.txt" "$work/found"
+cp "$source/tests/install/consumer/CMakeLists.txt" "$work/found"
 consume "$work/found" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_CXX_FLAGS="$flags"
 
 # The other width is told apart while CMake looks for the package, not by the linker.
