@@ -48,7 +48,7 @@ stop() {
     eval "$1="
 }
 
-record() { "$build/tests/recordwriter" "$@"; }
+record() { "$build/tests/reporter" load "$@"; }
 
 # Waits until every line that was recorded has arrived, or nothing more arrives for half a minute; then looks
 # at what arrived: nothing but those.

@@ -1,18 +1,14 @@
 #!/usr/bin/env python3
 """documents_test.py SOURCE BUILD FLAGS: does what README.md, CONTRIBUTING.md and docs/*.md show.
 
-The blocks of a document are done in their order, by one bash that begins in an empty folder. zelq and
-the examples are on its PATH, ZELQ_DIR names a folder of its own, and pkg-config knows the installed
-copy of the build. The first word behind the fence says what a block is:
+The blocks of a document are done as support/console.py says. zelq and the examples are on the PATH of their
+shell, ZELQ_DIR names a folder of its own, and pkg-config knows the installed copy of the build. Times, ids,
+addresses and the like may differ, and so may the number of blanks between words; where a status matters,
+the document has it printed. Besides those of a shell there are these blocks:
 
   cpp         A program: compiled, and run; it must exit with 0. When its first line is "// NAME.cpp", it
               is saved under that name and with a main() compiled to ./NAME; a later command of the
               document must use ./NAME, or NAME.cpp when there is no main().
-  sh          Commands, which must all succeed; what they print is not looked at.
-  console     Commands behind "$ " (a line that ends in "\\" goes on behind "> "), each with what it prints
-              below it, to either output. "..." stands for any text, on a line of its own for any number
-              of lines. Times, ids, addresses and the like may differ, and so may the number of blanks
-              between words. Where a status matters, have it printed.
   c++         Part of a program.
   text, json  Illustrations. With these three nothing is done.
 
@@ -24,10 +20,13 @@ links lead to.
 import glob
 import os
 import re
-import signal
 import subprocess
 import sys
 import tempfile
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../support"))
+import console
 
 source, build, flags = sys.argv[1:4]
 folders = [name for name in os.listdir(source) if os.path.isdir(os.path.join(source, name)) and name != "build"]
@@ -55,80 +54,14 @@ def problem(document, line, text):
     problems.append(f"{os.path.relpath(document, source)}:{line}: {text}")
 
 
-class Block:
-    def __init__(self, line, info, text):
-        self.line = line
-        words = info.split(None, 1)
-        self.kind = words[0] if words else ""
-        self.rest = words[1] if len(words) > 1 else ""
-        self.text = text
-
-
-def split(document):
-    """The blocks, and the text around them with the blocks' lines left empty."""
-    blocks, prose, inside = [], [], None
-    with open(document, encoding="utf-8") as file:
-        for number, line in enumerate(file.read().split("\n"), 1):
-            fence = re.match(r"( *)```(.*)", line)
-            if inside is None and fence:
-                indent = len(fence.group(1))  # in a list
-                inside = Block(number, fence.group(2), "")
-            elif inside is not None and fence:
-                blocks.append(inside)
-                inside = None
-            elif inside is not None:
-                inside.text += line[indent:] + "\n"
-            prose.append("" if inside is not None or fence else line)
-    if inside is not None:
-        problem(document, inside.line, "the block has no end")
-    return blocks, prose
-
-
-def commands_of(text):
-    """The (command, output) pairs of a console block."""
-    pairs = []
-    for line in text.splitlines():
-        if line.startswith("$ "):
-            pairs.append([line[2:], []])
-        elif pairs and line.startswith("> ") and pairs[-1][0].endswith("\\") and not pairs[-1][1]:
-            pairs[-1][0] += "\n" + line[2:]
-        elif pairs:
-            pairs[-1][1].append(line)
-        else:
-            return None
-    return pairs
-
-
 def normalised(line):
     for pattern, name in volatile:
         line = re.sub(pattern, name, line)
     return line.rstrip()
 
 
-def first_difference(expected, actual):
-    """None, or the expected line that nothing matches."""
-    states, furthest = {0}, 0  # how many actual lines may be used up
-    for i, line in enumerate(expected):
-        furthest = i
-        if line.strip() == "...":
-            states = set(range(min(states), len(actual) + 1))
-            continue
-        pattern = re.compile(".*".join(re.escape(part) for part in normalised(line).split("...")))
-        states = {n + 1 for n in states if n < len(actual) and pattern.fullmatch(normalised(actual[n]))}
-        if not states:
-            return f"nothing printed matches {line!r}"
-    return None if len(actual) in states else f"more is printed than {expected[furthest] if expected else ''!r}"
-
-
 def is_shown_only(block):
     return re.match(r"not run: \S", block.rest) is not None
-
-
-class Step:
-    """One thing that the document's shell does; `expected` is None where any output will do."""
-
-    def __init__(self, line, script, expected=None):
-        self.line, self.script, self.expected = line, script, expected
 
 
 def compile_command(name, program):
@@ -160,61 +93,25 @@ def steps_of(document, blocks, work):
                 to_use.append((block.line, program if has_main else name))
             else:
                 script += program + "\n"
-            steps.append(Step(block.line, script))
-        elif block.kind == "sh":
-            steps.append(Step(block.line, block.text))
-        elif block.kind == "console":
-            pairs = commands_of(block.text)
-            if not pairs:
+            steps.append(console.Step(block.line, script))
+        elif block.kind in ("sh", "console"):
+            steps += console.steps_of(block)
+            if steps == [] or steps[-1].line < block.line:
                 problem(document, block.line, "a console block begins with a command behind '$ '")
-            for command, output in pairs or []:
-                steps.append(Step(block.line, command + "\n", output))
         else:
             problem(document, block.line, f"unknown kind of block {block.kind!r}")
             continue
-        used = steps[-1].script if block.kind != "console" else block.text
-        if block.kind != "cpp":
-            to_use = [(line, name) for line, name in to_use if name not in used]
+        used = block.text if block.kind != "cpp" else ""
+        to_use = [(line, name) for line, name in to_use if name not in used]
     for line, name in to_use:
         problem(document, line, f"no command uses {name}")
     return steps
 
 
 def run(document, blocks, environment):
-    """Runs the steps in one shell, each with its output in a file, and looks at what they did."""
     with tempfile.TemporaryDirectory() as work:
-        home = os.path.join(work, "home")
-        os.mkdir(home, 0o700)
-        steps = steps_of(document, blocks, work)
-        script = f"cd {home}\n"
-        for i, step in enumerate(steps):
-            with open(f"{work}/step{i}", "w", encoding="utf-8") as file:
-                file.write(step.script)
-            # A set -e that fails ends the shell: the step then has no status.
-            strict = "set -e\n" if step.expected is None else "set +e\n"
-            script += f"{strict}{{ . {work}/step{i}; }} >{work}/output{i} 2>&1 </dev/null\necho $? >{work}/status{i}\n"
-        with open(f"{work}/script", "w", encoding="utf-8") as file:
-            file.write(script)
-        shell = subprocess.Popen(["bash", f"{work}/script"], start_new_session=True,
-                                 env={**environment, "HOME": home, "ZELQ_DIR": f"{work}/state"})
-        try:
-            shell.wait(timeout=120)
-        except subprocess.TimeoutExpired:
-            os.killpg(shell.pid, signal.SIGKILL)
-            shell.wait()
-        for i, step in enumerate(steps):
-            output = ""
-            if os.path.exists(f"{work}/output{i}"):
-                with open(f"{work}/output{i}", encoding="utf-8", errors="replace") as file:
-                    output = file.read()
-            if not os.path.exists(f"{work}/status{i}"):
-                problem(document, step.line, f"failed, or was not over in two minutes:\n{step.script}{output}")
-                return
-            difference = step.expected and first_difference(step.expected, output.splitlines())
-            if step.expected == [] and output:
-                difference = "nothing is shown below it"
-            if difference:
-                problem(document, step.line, f"$ {step.script}{difference}; it printed:\n{output}")
+        for line, text in console.run(steps_of(document, blocks, work), environment, normalised):
+            problem(document, line, text)
 
 
 def check_names(document, line, text):
@@ -229,7 +126,7 @@ def check_names(document, line, text):
 
 
 def anchors_of(document):
-    headings = [line.lstrip("#").strip() for line in split(document)[1] if re.match(r"#+ ", line)]
+    headings = [line.lstrip("#").strip() for line in console.split(document)[1] if re.match(r"#+ ", line)]
     return {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in headings}
 
 
@@ -252,7 +149,8 @@ def check_folders():
     """The table in docs/architecture.md: folders include from rows below their own, and not from beside them.
     Those of the first row stand on top of everything, and nothing includes from them."""
     architecture = os.path.join(source, "docs/architecture.md")
-    rows = [re.findall(r"`([\w/]+)/`", line.split("|")[1]) for line in split(architecture)[1] if line.startswith("| `")]
+    table = [line for line in console.split(architecture)[1] if line.startswith("| `")]
+    rows = [re.findall(r"`([\w/]+)/`", line.split("|")[1]) for line in table]
     row_of = {folder: number for number, row in enumerate(rows) for folder in row}
 
     def folder_of(path):
@@ -291,7 +189,7 @@ def main():
                        "LD_LIBRARY_PATH": f"{prefix}/lib", "PKG_CONFIG_PATH": f"{prefix}/lib/pkgconfig",
                        "LC_ALL": "C.UTF-8", "TZ": "UTC"}
         for document in documents:
-            blocks, prose = split(document)
+            blocks, prose = console.split(document)
             run(document, blocks, environment)
             check_text(document, prose)
             for block in blocks:

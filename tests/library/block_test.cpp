@@ -78,36 +78,6 @@ TEST(Block, SearchEndsAtADamagedChild) {
     }
 }
 
-TEST(Block, TracesEveryStep) {
-    clearTrace();
-    Growing parent(0x8005);
-    parent.leaf(0, {1, 2});
-    Growing child(65535);
-    addBlock(&parent.block, child.block);
-    findBlock(parent.block, 3);
-    EXPECT_EQ(tracedText(), R"(XLIBBLKF: > createBlock
-XLIBBLKD: blockType=32773, blockFormat=1
-XLIBBLKD: Returning @
-XLIBBLKF: < createBlock
-XLIBBLKF: > addHeaderBlock
-XLIBBLKD: pData=@, blockSize=2, blockType=0, blockFormat=1, pBlockData=@
-XLIBBLKD: Returning @, newSize=18
-XLIBBLKF: < addHeaderBlock
-XLIBBLKF: > createBlock
-XLIBBLKD: blockType=65535, blockFormat=1
-XLIBBLKD: Returning @
-XLIBBLKF: < createBlock
-XLIBBLKF: > addBlock
-XLIBBLKD: pData=@, pBlockData=@
-XLIBBLKD: Returning @, newSize=26
-XLIBBLKF: < addBlock
-XLIBBLKF: > findBlock
-XLIBBLKD: pData=@, blockType=3
-XLIBBLKD: Returning 0
-XLIBBLKF: < findBlock
-)");
-}
-
 TEST(Block, RefusesToReach4GiB) {
     Growing parent(1);
     std::string const before = parent.hex();

@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 
+#include "support/failingnew.h"
 #include "support/fakeservices.h"
 #include "support/hex.h"
 #include "zelqcood/trace.h"
@@ -12,13 +14,9 @@ namespace {
 
 char word[] = "hello";
 
-// The example of the block layout: 52 bytes.
 XLog exampleLog() {
     return XLog(0x11, 0x22, 0x0304, "EV", XLog::error, nullptr);
 }
-char const exampleBlock[] =
-    "34 00 00 00 02 80 01 00 18 00 00 00 00 00 01 00 11 22 04 03 00 01 00 00 00 00 00 00 00 00 00 00 "
-    "0B 00 00 00 01 00 01 00 45 56 00 09 00 00 00 03 00 01 00 00";
 
 std::string hexOf(XLog const& log) {
     return toHex(Block(log.asBinary()));
@@ -30,41 +28,6 @@ XLog logWithReserved(XLog const& log) {
     block[24] = 0xA1;
     block[31] = 0xB2;
     return XLog(block.get());
-}
-
-TEST(Log, WritesAndRebuildsItsBlock) {
-    EXPECT_EQ(hexOf(exampleLog()), exampleBlock);
-    EXPECT_EQ(hexOf(XLog()),
-              "32 00 00 00 02 80 01 00 18 00 00 00 00 00 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00 "
-              "09 00 00 00 01 00 01 00 00 09 00 00 00 03 00 01 00 00");
-    XLog log(1, 2, 3, "event", XLog::error | XLog::Attribute(0, 0x55), "id");
-    log.addData(XLogData(word, 1, 1)).addData(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));
-    log.addData(XLogData(word, 0, 3));
-    Block const block(log.asBinary());
-    clearTrace();
-    XLog const rebuilt(block.get());
-    EXPECT_EQ(reportedLines(), std::vector<std::string>());
-    EXPECT_EQ(hexOf(rebuilt), toHex(block));
-    ASSERT_EQ(rebuilt.data()->size(), 3u);
-    auto item = rebuilt.data()->begin();
-    EXPECT_EQ(dynamic_cast<XMicrocodeLogData*>(*item++), nullptr);
-    EXPECT_NE(dynamic_cast<XMicrocodeLogData*>(*item), nullptr);
-}
-
-TEST(Log, ReadsChildrenInAnyOrderAndTheLastOfEach) {
-    Bytes block = fromHex(
-        "4E 00 00 00 02 80 01 00  0A 00 00 00 03 00 01 00 49 00  0A 00 00 00 01 00 01 00 41 00 "
-        "1A 00 00 00 00 00 01 00 11 22 04 03 00 01 00 00 01 00 00 00 02 00 00 00 FF FF "
-        "0B 00 00 00 01 00 01 00 42 00 43  0D 00 00 00 03 00 01 00 58 00 00 00 00");
-    clearTrace();
-    XLog const log(block.data());
-    EXPECT_EQ(reportedLines(), std::vector<std::string>());
-    EXPECT_STREQ(log.eventName(), "B");
-    EXPECT_STREQ(log.logId(), "X");
-    EXPECT_EQ(log.user(), 0x0304);
-    EXPECT_EQ(log.isError(), 1);
-    // The two reserved words at the end mean nothing here and must reach the next reader.
-    EXPECT_NE(hexOf(XLog(log)).find("11 22 04 03 00 01 00 00 01 00 00 00 02 00 00 00"), std::string::npos);
 }
 
 TEST(Log, TracesWhereItsListLies) {
@@ -95,17 +58,13 @@ TEST(Log, AssignmentKeepsTheReservedWords) {
     XLog target(9, 9, 9, "old", XLog::informational, "old");
     target.addData(XLogData(word, 1, 1));
     std::list<XLogData*>* const list = target.data();
-    clearTrace();
     target = source;
-    EXPECT_EQ(tracedText(), "XLIBLOGD: > removeAllData\nXLIBLOGD: < removeAllData\n");
     EXPECT_EQ(target.data(), list);
     XLog expected(exampleLog());
     expected.addData(XLogData(word, 2, 2));
     EXPECT_EQ(hexOf(target), hexOf(expected));
-    clearTrace();
     XLog const& self = target;
     target = self;
-    EXPECT_EQ(tracedText(), "");
     EXPECT_EQ(hexOf(target), hexOf(expected));
 }
 
@@ -187,6 +146,132 @@ TEST(Log, DescribesItself) {
     char expected[64];
     std::snprintf(expected, sizeof expected, "XLog at 0x%lX", reinterpret_cast<unsigned long>(&log));
     EXPECT_TRUE(log.asDebugInfo() == expected);
+}
+
+// Runs before any initialiser of any library.
+unsigned long valuesAtStart[7];
+void readConstants() {
+    XLog::Attribute const* const constants[] = {&XLog::informational,         &XLog::error,
+                                                &XLog::logStandardBlock,      &XLog::logModifyBlock,
+                                                &XLog::componentLogOnly,      &XLog::componentLogBoth,
+                                                &XLog::classDefaultAttributes};
+    for (int i = 0; i < 7; ++i) {
+        valuesAtStart[i] = constants[i]->asUnsignedLong() | constants[i]->asExtendedUnsignedLong();
+    }
+}
+__attribute__((section(".preinit_array"), used)) void (*const runsFirst)() = readConstants;
+
+TEST(Attribute, ConstantsAreThereBeforeAnyCodeOfALibrary) {
+    unsigned long const expected[] = {0, 0x100, 0x200, 0x400, 0x001, 0x002, 0};
+    for (int i = 0; i < 7; ++i) {
+        EXPECT_EQ(valuesAtStart[i], expected[i]) << i;
+    }
+}
+
+TEST(Attribute, OperatorsWorkOnBothWords) {
+    XLog::Attribute const a(0x0103, 0x10);
+    XLog::Attribute const b(0x0006, 0x30);
+    EXPECT_EQ(a & b, 0x12ul);
+    EXPECT_EQ(a & XLog::informational, 0ul);
+    XLog::Attribute const both = a | b;
+    EXPECT_EQ(both.asUnsignedLong(), 0x0107ul);
+    EXPECT_EQ(both.asExtendedUnsignedLong(), 0x30ul);
+    XLog::Attribute::NegatedAttribute const negated = ~XLog::error;
+    EXPECT_EQ(negated.asUnsignedLong(), 0xFFFFFEFFul);
+    EXPECT_EQ(negated.asExtendedUnsignedLong(), 0xFFFFFFFFul);
+    XLog::Attribute const cleared = a & negated;
+    EXPECT_EQ(cleared.asUnsignedLong(), 0x0003ul);
+    EXPECT_EQ(cleared.asExtendedUnsignedLong(), 0x10ul);
+    XLog::Attribute changed(a);
+    EXPECT_EQ(&(changed |= b), &changed);
+    EXPECT_EQ(&(changed &= ~a), &changed);
+    EXPECT_EQ(changed.asUnsignedLong(), 0x0004ul);
+    EXPECT_EQ(changed.asExtendedUnsignedLong(), 0x20ul);
+}
+
+struct Flag {
+    XLog& (XLog::*set)(int);
+    int (XLog::*is)() const;
+} const flags[] = {
+    {&XLog::setSeverity, &XLog::isError},
+    {&XLog::enableStandardBlock, &XLog::isStandardBlock},
+    {&XLog::enableModifyBlock, &XLog::isModifyBlock},
+    {&XLog::enableComponentLogOnly, &XLog::isComponentLogOnly},
+    {&XLog::enableComponentLogBoth, &XLog::isComponentLogBoth},
+};
+
+// Whether another flag is set or not, a setter changes its own only; any non-zero argument sets.
+TEST(Attribute, SettersOfALogChangeTheirOwnBitOnly) {
+    for (Flag const& changed : flags) {
+        for (int const others : {0, 1}) {
+            for (int const argument : {0, 1, 5, -1}) {
+                XLog log;
+                for (Flag const& flag : flags) {
+                    EXPECT_EQ(&(log.*flag.set)(others), &log);
+                }
+                (log.*changed.set)(argument);
+                for (Flag const& flag : flags) {
+                    EXPECT_EQ((log.*flag.is)(), &flag == &changed ? argument != 0 : others) << &changed - flags;
+                }
+            }
+        }
+    }
+}
+
+std::string bytesOf(XLogData const& item) {
+    return std::string(static_cast<char const*>(item.data()), item.size());
+}
+
+TEST(LogData, TellsEmptyFromZeroBytes) {
+    XLogData const empty;
+    EXPECT_EQ(empty.data(), nullptr);
+    EXPECT_TRUE(XLogData() == empty);
+    XLogData const zero(nullptr, 0, 7);
+    EXPECT_NE(zero.data(), nullptr);
+    EXPECT_EQ(zero.size(), 0ul);
+    XLogData const copy(empty);
+    EXPECT_NE(copy.data(), nullptr);
+    EXPECT_FALSE(XLogData() == copy);
+}
+
+TEST(LogData, OwnsItsBytes) {
+    char source[] = "12345";
+    long const live = liveAllocations();
+    {
+        XLogData item(source, 5, 1);
+        source[0] = 'x';
+        EXPECT_EQ(bytesOf(item), "12345");
+        std::unique_ptr<XLogData> const clone(item.clone());
+        item.setData(source, 3).setBlockId(2);
+        EXPECT_EQ(bytesOf(*clone), "12345");
+        EXPECT_EQ(clone->blockId(), 1);
+        EXPECT_EQ(bytesOf(item), "x23");
+        void* const data = item.data();
+        XLogData& self = item;
+        item = self;
+        EXPECT_EQ(item.data(), data);
+        item = *clone;
+        EXPECT_EQ(bytesOf(item), "12345");
+        EXPECT_EQ(item.blockId(), 1);
+        EXPECT_TRUE(item == item);
+        EXPECT_FALSE(item == *clone);  // of its own bytes
+    }
+    EXPECT_EQ(liveAllocations(), live);
+}
+
+TEST(MicrocodeLogData, StoresTheZeroByteOfATextOnly) {
+    XMicrocodeLogData const text(word, 5, XMicrocodeLogData::textFormat);
+    EXPECT_EQ(bytesOf(text), std::string("hello\0", 6));
+    EXPECT_EQ(text.blockId(), 0x101);
+    EXPECT_EQ(text.format(), XMicrocodeLogData::textFormat);
+    EXPECT_EQ(XMicrocodeLogData(nullptr, 0, XMicrocodeLogData::textFormat).size(), 0ul);
+    EXPECT_EQ(XMicrocodeLogData(word, 5, XMicrocodeLogData::binaryFormat).size(), 5ul);
+    XMicrocodeLogData other(word, 5, 0x42);
+    EXPECT_EQ(other.size(), 5ul);
+    EXPECT_EQ(other.format(), XMicrocodeLogData::binaryFormat);
+    EXPECT_EQ(other.blockId(), 0x42);
+    EXPECT_EQ(other.setFormat(XMicrocodeLogData::textFormat).size(), 5ul);
+    EXPECT_EQ(other.blockId(), 0x101);
 }
 
 }  // namespace

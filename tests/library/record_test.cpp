@@ -53,7 +53,6 @@ TEST(Record, FillsTheServicesRecord) {
     EXPECT_EQ(std::string(seen.record.logId + 2, sizeof seen.record.logId - 2),
               std::string(sizeof seen.record.logId - 2, '\0'));
     EXPECT_EQ(seen.record.details, nullptr);
-    EXPECT_EQ(tracedText(), "XLIBLOGT: > log\nXLIBLOGF: xlog_record: src=0, crc=0x0000\nXLIBLOGT: < log\n");
 }
 
 TEST(Record, CutsTextsToTheirFields) {

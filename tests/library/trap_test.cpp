@@ -70,17 +70,9 @@ TEST(TrapHandler, ThrowsEveryFailureOfTheService) {
     scriptTrapService("", 0, 0);
 }
 
-TEST(TrapHandler, TracesItsLife) {
-    clearTrace();
+TEST(TrapHandler, UsesTheServiceInOrder) {
     takeTrapCalls();
     { XTrapHandler const handler(XTrapHandler::serviceProcess, someExit); }
-    EXPECT_EQ(tracedText(), R"(XPCE___T: > XTrapHandler::XTrapHandler
-XPCE___T: <> addUserExit
-XPCE___T: < XTrapHandler::XTrapHandler
-XPCE___T: > XTrapHandler::~XTrapHandler
-XPCE___T: <> removeUserExit
-XPCE___T: < XTrapHandler::~XTrapHandler
-)");
     EXPECT_EQ(takeTrapCalls(), "setup(2) add remove unset ");
     { XTrapHandler const handler(XTrapHandler::applicationProcess, nullptr); }
     EXPECT_EQ(takeTrapCalls(), "setup(1) unset ");
