@@ -188,54 +188,6 @@ TEST_F(Ring, ReadsALineWhereverItLiesAndNothingBehindIt) {
     }
 }
 
-TEST_F(Ring, DumpsBytes) {
-    setenv("ZELQ_RING_SIZE", "64K", 1);
-    std::string bytes;
-    for (int i = 0; i < 256; ++i) {
-        bytes += static_cast<char>(i + 0x30);
-    }
-    std::string const hex32 =
-        "30 31 32 33 34 35 36 37 38 39 3a 3b 3c 3d 3e 3f "
-        "40 41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f  |0123456789:;<=>?@ABCDEFGHIJKLMNO|";
-    struct Case {
-        char const* label;
-        char const* data;
-        unsigned long length;
-        std::vector<std::string> lines;
-    };
-    std::string const longLabel(300, 'L');
-    std::vector<Case> const cases = {
-        {"lib D: x", nullptr, 7, {"lib D: x 7 bytes"}},
-        {"lib D: x", "", 0, {"lib D: x 0 bytes"}},
-        {nullptr, "AB", 2, {" 2 bytes", " 0000: 41 42" + std::string(92, ' ') + "|AB|"}},
-        {"l", bytes.data(), 32, {"l 32 bytes", "l 0000: " + hex32}},
-        {"l", bytes.data(), 33, {"l 33 bytes", "l 0000: " + hex32, "l 0020: 50" + std::string(95, ' ') + "|P|"}},
-        {"l", "\x7f\xff\n\t", 4, {"l 4 bytes", "l 0000: 7f ff 0a 09" + std::string(86, ' ') + "|....|"}},
-        {longLabel.c_str(),
-         bytes.data(),
-         32,
-         {std::string(57, 'L') + " 32 bytes", std::string(57, 'L') + " 0000: " + hex32}},
-    };
-    for (Case const& test : cases) {
-        std::filesystem::remove(ring_);
-        EXPECT_EQ(0, inChild([&] { xtr_dump_bytes_cb(9, test.label, test.data, test.length); }));
-        RingReader reader;
-        ASSERT_EQ(0, reader.open());
-        EXPECT_EQ(test.lines, texts(newest(reader, 10, {{}, {}, 9})));
-    }
-    // A quarter of 256 slots is 64 lines: the first, 63 of bytes; or 62 and what is left out.
-    for (unsigned const length : {63U * 32, 63U * 32 + 1, 100000U}) {
-        std::filesystem::remove(ring_);
-        EXPECT_EQ(0, inChild([&] { xtr_dump_bytes_cb(0, "l", std::string(length, 'x').data(), length); }));
-        RingReader reader;
-        ASSERT_EQ(0, reader.open());
-        std::vector<std::string> const lines = texts(newest(reader, smallRing));
-        ASSERT_EQ(64U, lines.size());
-        EXPECT_EQ(length == 63 * 32 ? "l 07c0:" : "l " + std::to_string(length - 62 * 32) + " bytes left out",
-                  length == 63 * 32 ? lines.back().substr(0, 7) : lines.back());
-    }
-}
-
 TEST_F(Ring, CanBeWrittenInASignalHandlerAmidALine) {
     static std::atomic<unsigned> inHandler;
     EXPECT_EQ(0, inChild([] {

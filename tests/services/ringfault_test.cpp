@@ -53,25 +53,6 @@ TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
     EXPECT_GT(hits, 30U) << "are the calls still hooked?";
 }
 
-TEST_F(Ring, IsNotSharedThroughAFolderThatOthersCanChange) {
-    ASSERT_EQ(0, chmod(folder_.c_str(), 0770));
-    auto const expectPrivate = [&] {
-        EXPECT_EQ(0, inChild([] {
-                      xtr_trace("line");
-                      EXPECT_FALSE(usesSharedRing());
-                  }));
-        EXPECT_FALSE(std::filesystem::exists(ring_));
-    };
-    expectPrivate();
-    ASSERT_EQ(0, chmod(folder_.c_str(), 0702));
-    expectPrivate();
-    if (geteuid() == 0) {
-        ASSERT_EQ(0, chmod(folder_.c_str(), 0700));
-        ASSERT_EQ(0, chown(folder_.c_str(), 12345, 12345));
-        expectPrivate();
-    }
-}
-
 // Only the ring's owner can cut it short, and nothing that a library may do saves a program that
 // writes to a mapping then. All others go on, also those who start later.
 TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""cases_test.py FOLDER... FILE: does what the file shows, in the way of support/console.py.
+"""cases_test.py FOLDER... FILE: does what the file shows, in the way of console.py.
 
 The programs of the folders are on the shell's PATH, and ZELQ_DIR names a state folder that is not there
 yet. What is shown must come out to the last byte, but for "..."; behind it stands "[N]" where a command
@@ -10,7 +10,6 @@ import os
 import sys
 
 sys.dont_write_bytecode = True
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "../support"))
 import console
 
 *folders, cases = sys.argv[1:]
