@@ -1,25 +1,14 @@
 // ENTRY_replay [FILE...]             runs the entry on its seeds, then on the input in each file
 // ENTRY_replay --write-seeds FOLDER  writes the seeds as files, for a fuzzer to begin with
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "entry.h"
-
-namespace fs = std::filesystem;
+#include "support/files.h"
 
 static void run(std::string const& name, std::string const& input) {
     std::fprintf(stderr, "%s\n", name.c_str());
     // A copy of just this size: one byte too far is seen by a sanitizer.
     std::vector<std::uint8_t> const bytes(input.begin(), input.end());
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
-}
-
-static void runFile(char const* path) {
-    std::ifstream file(path, std::ios::binary);
-    require(file.is_open(), path);
-    run(path, {std::istreambuf_iterator<char>(file), {}});
 }
 
 int main(int count, char** arguments) {
@@ -34,7 +23,8 @@ int main(int count, char** arguments) {
         run("seed " + std::to_string(i), inputs[i]);
     }
     for (int i = 1; i < count; ++i) {
-        runFile(arguments[i]);
+        require(fs::exists(arguments[i]), arguments[i]);
+        run(arguments[i], contents(arguments[i]));
     }
     return 0;
 }

@@ -1,29 +1,10 @@
 #ifndef ZELQCOOD_FUZZ_SURROUNDINGS_H
 #define ZELQCOOD_FUZZ_SURROUNDINGS_H
 
-#include <sys/mman.h>
-#include <unistd.h>
-
-#include <filesystem>
-
 #include "common/utf8.h"
 #include "entry.h"
-
-/// Takes the place of standard output, and gives what was printed since the last time.
-class Printed {
-public:
-    Printed() : file_(memfd_create("printed", MFD_CLOEXEC)) { dup2(file_, STDOUT_FILENO); }
-
-    std::string take() {
-        std::string text(static_cast<std::size_t>(lseek(file_, 0, SEEK_CUR)), '\0');
-        require(pread(file_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()), "no printed text");
-        require(ftruncate(file_, 0) == 0 && lseek(file_, 0, SEEK_SET) == 0, "standard output is gone");
-        return text;
-    }
-
-private:
-    int file_;
-};
+#include "support/files.h"
+#include "support/printed.h"
 
 /// Whatever programs put into a record or a line, a terminal gets valid text with nothing to obey.
 inline void requireHarmless(std::string const& text) {
@@ -37,22 +18,9 @@ inline void requireHarmless(std::string const& text) {
 }
 
 /// The folder that store and ring of this process lie in; it goes with the process.
-class StateFolder {
+class StateFolder : public TemporaryFolder {
 public:
-    StateFolder() {
-        char path[] = "/dev/shm/zelq-fuzz-XXXXXX";
-        require(mkdtemp(path) != nullptr, "no folder in /dev/shm");
-        path_ = path;
-        setenv("ZELQ_DIR", path, 1);
-    }
-    ~StateFolder() { std::filesystem::remove_all(path_); }
-    StateFolder(StateFolder const&) = delete;
-    StateFolder& operator=(StateFolder const&) = delete;
-
-    std::string const& path() const { return path_; }
-
-private:
-    std::string path_;
+    StateFolder() { setenv("ZELQ_DIR", path().c_str(), 1); }
 };
 
 #endif

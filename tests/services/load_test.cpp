@@ -12,7 +12,6 @@
 
 namespace {
 
-namespace fs = std::filesystem;
 using storetest::TestRecord;
 using Clock = std::chrono::steady_clock;
 
@@ -75,21 +74,13 @@ class Load : public testing::Test {
 protected:
     // The ring lies in memory and the store on disk, as they do without ZELQ_DIR.
     Load() {
-        char memory[] = "/dev/shm/load_test.XXXXXX";
-        char disk[] = "/var/tmp/load_test.XXXXXX";
-        memory_ = mkdtemp(memory);
-        disk_ = mkdtemp(disk);
         setenv("ZELQ_STORE_SIZE", soakSeconds() == 0 ? "32M" : "256M", 1);  // rotation is part of it
         setenv("ZELQ_STORE_FILES", "100", 1);
         setenv("ZELQ_RING_SIZE", "64K", 1);  // so that writers and readers meet in its slots
     }
-    ~Load() override {
-        fs::remove_all(memory_);
-        fs::remove_all(disk_);
-    }
 
     pid_t startProgram(Acknowledgements const& acknowledgements) const {
-        return ringtest::start([&] {
+        return start([&] {
             setenv("ZELQ_DIR", memory_.c_str(), 1);
             xtr_trace(ringtest::checkedLine(1, 1).c_str());
             setenv("ZELQ_DIR", disk_.c_str(), 1);
@@ -104,8 +95,10 @@ protected:
         });
     }
 
-    fs::path memory_;
-    fs::path disk_;
+    TemporaryFolder const inMemory_;
+    TemporaryFolder const onDisk_{"/var/tmp"};
+    fs::path const memory_ = inMemory_.path();
+    fs::path const disk_ = onDisk_.path();
 };
 
 /// Counts what the store's files hold.
@@ -166,14 +159,12 @@ TEST_F(Load, LosesNothingThatWasAcknowledged) {
         if (Clock::now() >= next) {
             next += killEach;
             pid_t& victim = programs[killed++ % processes];
-            kill(victim, SIGKILL);
-            EXPECT_EQ(SIGKILL, ringtest::wait(victim));
+            EXPECT_EQ(SIGKILL, killAndWait(victim));
             victim = startProgram(acknowledgements);
         }
     }
     for (pid_t const program : programs) {
-        kill(program, SIGKILL);
-        EXPECT_EQ(SIGKILL, ringtest::wait(program)) << "refused a record";
+        EXPECT_EQ(SIGKILL, killAndWait(program)) << "refused a record";
         ++killed;
     }
     for (zelq::TraceEntry const& entry : ringtest::newest(reader, ringtest::smallRing)) {

@@ -61,7 +61,7 @@ TEST(PointerCheck, TellsWhatCanBeRead) {
             EXPECT_EQ(result, xpce_ckptr(check.address, check.length, nullptr)) << check.what;
         }
     };
-    EXPECT_EQ(inChild([&] {
+    EXPECT_EQ(outcomeOf([&] {
                   forbid(SYS_rt_sigprocmask, ~0U, EINVAL);  // the quick way says yes to everything
                   checkAll();
               }),

@@ -56,13 +56,13 @@ TEST_F(Ring, KeepsEveryLineOfManyWritersInTheirOrder) {
     }
     EXPECT_EQ(processes * threads * lines, total);
     EXPECT_EQ(total, newest(reader, defaultRing).size());
-    auto const inFolder = std::filesystem::directory_iterator(folder_);
+    auto const inFolder = fs::directory_iterator(folder_);
     EXPECT_EQ(1, std::distance(begin(inFolder), end(inFolder))) << "only the ring stays behind";
 }
 
 TEST_F(Ring, IsMadeOnceByAllThatStartTogether) {
     for (int round = 0; round < 20; ++round) {
-        std::filesystem::remove(ring_);
+        fs::remove(ring_);
         auto* const gate = static_cast<std::atomic<int>*>(
             mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
         std::vector<pid_t> children;
@@ -85,7 +85,7 @@ TEST_F(Ring, IsMadeOnceByAllThatStartTogether) {
 
 TEST_F(Ring, GivesNobodyElseAccess) {
     for (mode_t const mask : {mode_t{0}, mode_t{0377}}) {
-        std::filesystem::remove_all(folder_);
+        fs::remove_all(folder_);
         EXPECT_EQ(0, inChild([&] {
                       umask(mask & 077);
                       EXPECT_EQ(0, mask == 0 ? 0 : mkdir(folder_.c_str(), 0700));

@@ -158,7 +158,7 @@ TEST_F(Ring, NeedsLittleMemoryWithoutAPlaceToWrite) {
                   setrlimit(RLIMIT_FSIZE, &limit);
                   fill();
               }));
-    EXPECT_FALSE(std::filesystem::exists(ring_));
+    EXPECT_FALSE(fs::exists(ring_));
 }
 
 TEST_F(Ring, TracesNothingWithoutAnyMemory) {
@@ -211,7 +211,7 @@ TEST_F(Ring, ReaderCountsWhatItMissedAndSurvivesACutFile) {
         EXPECT_EQ(0U, newest(reader, smallRing).size());
         EXPECT_EQ(0U, reader.follow({}, lines.data(), 200).count);
     }
-    std::filesystem::remove(ring_);
+    fs::remove(ring_);
     EXPECT_TRUE(reader.isRemoved());
     EXPECT_EQ(ENOENT, RingReader().open());
 }

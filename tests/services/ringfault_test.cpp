@@ -24,7 +24,7 @@ TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
         bool isHit = true;
         for (unsigned n = 1; isHit; ++n) {
             SCOPED_TRACE(std::string(fault.what) + " at call " + std::to_string(n));
-            std::filesystem::remove_all(folder_);
+            fs::remove_all(folder_);
             int const status = inChild([&] {
                 FaultAtCall atCall(fault, n);
                 {
@@ -41,7 +41,7 @@ TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
             EXPECT_TRUE(isHit || WEXITSTATUS(status) == 2);
             hits += isHit ? 1U : 0U;
             std::error_code none;
-            for (auto const& entry : std::filesystem::directory_iterator(folder_, none)) {
+            for (auto const& entry : fs::directory_iterator(folder_, none)) {
                 EXPECT_EQ(ring_, entry.path()) << "left behind";
             }
             EXPECT_EQ(0, inChild([&] {
@@ -72,7 +72,7 @@ TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {
                   xtr_trace("line");
                   EXPECT_FALSE(usesSharedRing());
               }));
-    std::filesystem::remove(ring_);
+    fs::remove(ring_);
     EXPECT_EQ(0, inChild([] {
                   xtr_trace("line");
                   EXPECT_TRUE(usesSharedRing());
@@ -93,10 +93,7 @@ public:
           })) {
         waitpid(pid_, nullptr, 0);
     }
-    ~HaltingWriter() {
-        kill(pid_, SIGKILL);
-        wait(pid_);
-    }
+    ~HaltingWriter() { killAndWait(pid_); }
     HaltingWriter(HaltingWriter const&) = delete;
     HaltingWriter& operator=(HaltingWriter const&) = delete;
 

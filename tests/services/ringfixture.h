@@ -5,19 +5,12 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <csignal>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <functional>
-#include <string>
 #include <vector>
 
+#include "support/children.h"
+#include "support/files.h"
 #include "tracing/ringfile.h"
 #include "tracing/ringreader.h"
 #include "zelqplatform/trace_service.h"
@@ -35,35 +28,10 @@ using Lines = std::vector<TraceEntry>;
 constexpr std::size_t smallRing = zelq::ringSizeMin / zelq::ringSlotSize;
 constexpr std::size_t defaultRing = zelq::ringSizeDefault / zelq::ringSlotSize;
 
-inline pid_t start(std::function<void()> const& run) {
-    pid_t const child = fork();
-    if (child == 0) {
-        prctl(PR_SET_PDEATHSIG, SIGKILL);  // some would write for ever
-        run();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return child;
-}
-
-inline int wait(pid_t child) {
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status;
-}
-
-inline int inChild(std::function<void()> const& run) {
-    return wait(start(run));
-}
-
 inline std::uint32_t deadPid() {
     pid_t const child = start([] {});
     wait(child);
     return static_cast<std::uint32_t>(child);
-}
-
-inline std::string contents(std::string const& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 inline Lines newest(RingReader& reader, std::size_t count, TraceFilter const& filter = {}) {
@@ -113,9 +81,6 @@ inline bool usesSharedRing() {
 class Ring : public testing::Test {
 protected:
     Ring() {
-        char path[] = "/dev/shm/zelq-test-XXXXXX";
-        folder_ = mkdtemp(path);
-        ring_ = folder_ + "/ring";
         setenv("ZELQ_DIR", folder_.c_str(), 1);
         unsetenv("ZELQ_RING_SIZE");
     }
@@ -123,7 +88,6 @@ protected:
         if (mapped_ != nullptr) {
             munmap(mapped_, mappedSize_);
         }
-        std::filesystem::remove_all(folder_);
     }
 
     void makeSmallRing() {
@@ -141,8 +105,9 @@ protected:
         return reinterpret_cast<zelq::RingSlot*>(static_cast<char*>(mapped_) + zelq::ringHeaderSize);
     }
 
-    std::string folder_;
-    std::string ring_;
+    TemporaryFolder const temporary_;
+    std::string const folder_ = temporary_.path();
+    std::string const ring_ = folder_ + "/ring";
     void* mapped_ = nullptr;
     std::size_t mappedSize_ = 0;
 };

@@ -2,12 +2,7 @@
 
 #include "storefixture.h"
 
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <algorithm>
-#include <ctime>
-#include <functional>
-#include <set>
 
 #include "support/failingnew.h"
 #include "zelqplatform/errorlog_service.h"
@@ -66,14 +61,10 @@ TEST_F(StoreTest, childDoesNotRepeatItsParentsLosses) {
     fs::create_directory(store());
     TestRecord().store();
     fs::remove(store());
-    pid_t const child = fork();
-    if (child == 0) {
-        TestRecord().store();
-        _exit(lostBefore() == 0 ? 0 : 1);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(0, inChild([&] {
+                  TestRecord().store();
+                  EXPECT_EQ(lostBefore(), 0U);
+              }));
     TestRecord().store();
     EXPECT_EQ(lostBefore(), 1U);
 }

@@ -7,7 +7,6 @@
 #include <pthread.h>
 #include <sys/file.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <chrono>
 #include <csignal>
 #include <map>
@@ -98,14 +97,10 @@ TEST_F(StoreFault, anyCallMayFail) {
                     outcome = record.store();
                 };
                 if (fault.answer == dies) {
-                    pid_t const child = fork();
-                    if (child == 0) {
-                        store();
-                        _exit(1);  // no n-th call
-                    }
-                    int status = -1;
-                    waitpid(child, &status, 0);
-                    isHit = status == 0;
+                    isHit = inChild([&] {
+                                store();
+                                _exit(1);  // no n-th call
+                            }) == 0;
                 } else {
                     store();
                     isHit = !atCall.failed().empty();
@@ -193,8 +188,7 @@ TEST_F(StoreFault, fileSizeLimitRefusesAndKillsNobody) {
             fs::remove(store());
             TestRecord().store();
             std::string const before = contents(store());
-            pid_t const child = fork();
-            if (child == 0) {
+            int const status = inChild([&] {
                 sigset_t limitSignal, pending;
                 sigemptyset(&limitSignal);
                 sigaddset(&limitSignal, SIGXFSZ);
@@ -204,15 +198,15 @@ TEST_F(StoreFault, fileSizeLimitRefusesAndKillsNobody) {
                 }
                 rlimit const full = {before.size() + roomLeft, RLIM_INFINITY};
                 setrlimit(RLIMIT_FSIZE, &full);
-                bool good = TestRecord().store() == failure(XLOG_WRITE_FAILED, EFBIG) && contents(store()) == before;
-                good = good && sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == (isPending ? 1 : 0);
+                EXPECT_EQ(TestRecord().store(), failure(XLOG_WRITE_FAILED, EFBIG));
+                EXPECT_EQ(contents(store()), before);
+                EXPECT_EQ(sigpending(&pending), 0);
+                EXPECT_EQ(sigismember(&pending, SIGXFSZ), isPending ? 1 : 0);
                 rlimit const roomy = {RLIM_INFINITY, RLIM_INFINITY};
                 setrlimit(RLIMIT_FSIZE, &roomy);
-                good = good && TestRecord().store() == "0 0" && lostBefore() == 1;
-                _exit(good ? 0 : 1);
-            }
-            int status = -1;
-            waitpid(child, &status, 0);
+                EXPECT_EQ(TestRecord().store(), "0 0");
+                EXPECT_EQ(lostBefore(), 1U);
+            });
             EXPECT_EQ(status, 0) << roomLeft << isPending;
         }
     }
@@ -271,8 +265,7 @@ TEST_F(StoreFault, lockIsNotLeftToAForkedChild) {
     });
     EXPECT_EQ(TestRecord().store(), "0 0");
     EXPECT_EQ(TestRecord().store(), "0 0");
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    killAndWait(child);
 }
 
 TEST_F(StoreFault, removedLockIsNotTrusted) {

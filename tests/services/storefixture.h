@@ -3,26 +3,23 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include <rapidjson/document.h>
 
+#include "support/children.h"
+#include "support/files.h"
 #include "zelqplatform/errorlog_service.h"
 
 // Records, and a store of the test's own to put them into.
 
 namespace storetest {
 
-namespace fs = std::filesystem;
 using rapidjson::Document;
 using rapidjson::Value;
 
@@ -77,17 +74,6 @@ inline std::string text(Value const& value) {
     return {value.GetString(), value.GetStringLength()};
 }
 
-inline std::string contents(fs::path const& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream all;
-    all << file.rdbuf();
-    return all.str();
-}
-
-inline void append(fs::path const& path, std::string const& bytes) {
-    std::ofstream(path, std::ios::binary | std::ios::app) << bytes;
-}
-
 inline std::vector<std::string> linesOf(fs::path const& path) {
     std::vector<std::string> lines;
     std::istringstream all(contents(path));
@@ -97,41 +83,26 @@ inline std::vector<std::string> linesOf(fs::path const& path) {
     return lines;
 }
 
-inline bool isJson(std::string const& line) {
-    Document document;
-    document.Parse<rapidjson::kParseValidateEncodingFlag>(line.data(), line.size());
-    return !document.HasParseError() && document.IsObject() && line.find('\0') == std::string::npos;
-}
-
 class StoreTest : public testing::Test {
 protected:
     StoreTest() {
-        char name[] = "/dev/shm/store_test.XXXXXX";
-        root_ = mkdtemp(name);
-        folder_ = root_ / "state";
         setenv("ZELQ_DIR", folder_.c_str(), 1);
         unsetenv("ZELQ_STORE_SIZE");
         unsetenv("ZELQ_STORE_FILES");
         TestRecord({}, "FIRST").store();  // takes losses of earlier tests with it
         fs::remove(store());
     }
-    ~StoreTest() override { fs::remove_all(root_); }
 
     fs::path store(int index = 0) const {
         return folder_ / (index == 0 ? "errors.jsonl" : "errors.jsonl." + std::to_string(index));
     }
     fs::path lock() const { return folder_ / "errors.lock"; }
 
-    std::string lastLine() const {
-        std::vector<std::string> const lines = linesOf(store());
-        return lines.empty() ? "" : lines.back();
-    }
-
     Document lastRecord() const {
+        std::vector<std::string> const lines = linesOf(store());
         Document document;
-        std::string const line = lastLine();
-        EXPECT_TRUE(isJson(line)) << line;
-        document.Parse(line.data(), line.size());
+        document.Parse<rapidjson::kParseValidateEncodingFlag>(lines.empty() ? "" : lines.back().c_str());
+        EXPECT_TRUE(document.IsObject()) << store();
         return document;
     }
 
@@ -140,8 +111,9 @@ protected:
         return record.HasMember("lost_before") ? record["lost_before"].GetUint() : 0;
     }
 
-    fs::path root_;
-    fs::path folder_;
+    TemporaryFolder const temporary_;
+    fs::path const root_ = temporary_.path();
+    fs::path const folder_ = root_ / "state";
 };
 
 }  // namespace storetest

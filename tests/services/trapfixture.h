@@ -1,21 +1,15 @@
 #ifndef ZELQ_TEST_TRAPFIXTURE_H
 #define ZELQ_TEST_TRAPFIXTURE_H
 
-#include <gtest/gtest.h>
-
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "support/children.h"
 #include "zelqplatform/pce_service.h"
 
 // What a program check does is seen in children that die of it: each tells through a pipe which
@@ -41,7 +35,7 @@ inline int reportPipe[2];
 inline std::size_t const pageSize = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
 inline char* const readable =
     static_cast<char*>(mmap(nullptr, 2 * pageSize, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-inline char* const unreadable = readable + pageSize;  // from inChild() on
+inline char* const unreadable = readable + pageSize;  // from outcomeOf() on
 
 inline void tell(char who, int signal, siginfo* info) {
     Report const report = {who, signal, info == nullptr ? nullptr : info->si_addr};
@@ -75,27 +69,25 @@ inline Outcome ended(int exitStatus, std::string const& who) {
     return {exitStatus << 8, who, {}};
 }
 
-inline pid_t start(std::function<void()> const& run) {
+inline pid_t startFailing(std::function<void()> const& run) {
     EXPECT_EQ(0, mprotect(unreadable, pageSize, PROT_NONE));
-    pid_t const child = fork();
-    if (child == 0) {
+    return start([&] {
+        prctl(PR_SET_PDEATHSIG, 0);  // a child may outlive a parent that failed
         prctl(PR_SET_DUMPABLE, 0);  // no core file, whoever would receive it
         alarm(30);
         run();
-        _exit(testing::Test::HasFailure() ? 1 : 0);
-    }
-    return child;
+    });
 }
 
-inline Outcome inChild(std::function<void()> const& run) {
+inline Outcome outcomeOf(std::function<void()> const& run) {
     EXPECT_EQ(0, pipe(reportPipe));
     Outcome outcome;
-    pid_t const child = start(run);
+    pid_t const child = startFailing(run);
     close(reportPipe[1]);
     for (Report report{}; read(reportPipe[0], &report, sizeof report) > 0; outcome.reports.push_back(report)) {
         outcome.who += report.who;
     }
-    waitpid(child, &outcome.status, 0);
+    outcome.status = wait(child);
     close(reportPipe[0]);
     return outcome;
 }
@@ -108,7 +100,7 @@ inline void setUp(Exits const& exits) {
 }
 
 inline Outcome inSetUpChild(Exits const& exits, std::function<void()> const& run) {
-    return inChild([&] {
+    return outcomeOf([&] {
         setUp(exits);
         run();
     });
@@ -150,7 +142,7 @@ inline void storeAt(char* address) {
 inline void segv() {
     storeAt(unreadable);
 }
-inline void killed() {
+inline void sendBus() {
     kill(getpid(), SIGBUS);
 }
 

@@ -48,7 +48,7 @@ TEST(TrapService, CallsTheExitsInOrderAndDiesOfTheSignal) {
                        {SIGBUS, bus, nullptr},
                        {SIGSEGV, overflow, nullptr},
                        {SIGSEGV, overflowInThread, nullptr},
-                       {SIGBUS, killed, nullptr}};
+                       {SIGBUS, sendBus, nullptr}};
     for (auto const& trap : cases) {
         for (bool const inForkedChild : {false, true}) {
             Outcome const outcome = inSetUpChild({exitOf<'b'>, exitOf<'a'>, exitOf<'c'>}, [&] {
@@ -72,7 +72,7 @@ TEST(TrapService, CallsTheExitsInOrderAndDiesOfTheSignal) {
 
 // A tracer sees what a core file would hold: the second stop is at the signal that ends the process.
 TEST(TrapService, DiesWithTheSiginfoAndTheRegistersOfTheFault) {
-    pid_t const child = start([] {
+    pid_t const child = startFailing([] {
         setUp({[](int, siginfo*, void*) {}});
         ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
         segv();
@@ -124,7 +124,7 @@ TEST(TrapService, AnExitMayFailOrEndTheProcess) {
     auto const run = [](xpce_user_exit exit, void (*fail)()) { return inSetUpChild({exit, exitOf<'b'>}, fail); };
     EXPECT_EQ(run(exitDoing<segv>, segv), died(SIGSEGV, "<"));
     EXPECT_EQ(run(exitDoing<fpe>, segv), died(SIGSEGV, "<")) << "of the first signal";
-    EXPECT_EQ(run(exitDoing<killed>, segv), died(SIGSEGV, "<>b")) << "a signal that is sent is dropped";
+    EXPECT_EQ(run(exitDoing<sendBus>, segv), died(SIGSEGV, "<>b")) << "a signal that is sent is dropped";
     EXPECT_EQ(run(exitDoing<leave>, segv), ended(7, "<"));
     EXPECT_EQ(run(exitDoing<failInChild>, segv), died(SIGSEGV, "<>b")) << "the child runs no exits for itself";
 }
@@ -160,7 +160,7 @@ TEST(TrapService, AChildNeedNotWaitForAThreadOfItsParent) {
     auto const run = [] {
         std::thread first(segv);
         usleep(100000);
-        waitpid(start(fpe), nullptr, 0);
+        waitpid(startFailing(fpe), nullptr, 0);
     };
     EXPECT_EQ(inSetUpChild({exitDoing<sleepShortly>}, run), died(SIGSEGV, "<<>>"));
 }
@@ -192,7 +192,7 @@ void callCovered(int signal, siginfo* info, void* context) {
 TEST(TrapService, ChainsToThePreviousHandler) {
     auto const run = [](xpce_user_exit previous, int flags, std::function<void()> const& fail,
                         void (*plain)(int) = nullptr) {
-        return inChild([&] {
+        return outcomeOf([&] {
             setAction(SIGSEGV, previous, flags, plain);
             setUp({exitOf<'a'>});
             fail();

@@ -56,7 +56,7 @@ TEST(TrapSetup, TheLastUnsetRestoresTheActions) {
         EXPECT_EQ(XPCE_OK, xpce_unset(nullptr, nullptr));
         expectAction(before[3], actionOf(SIGILL));
     };
-    EXPECT_EQ(inChild(run), ended(0, ""));
+    EXPECT_EQ(outcomeOf(run), ended(0, ""));
 }
 
 TEST(TrapSetup, TheAreasReceiveWhatWasReplaced) {
@@ -81,7 +81,7 @@ TEST(TrapSetup, TheAreasReceiveWhatWasReplaced) {
             EXPECT_EQ('#', areas[i][XPCE_AREA_SIZE]);
         }
     };
-    EXPECT_EQ(inChild(run), ended(0, ""));
+    EXPECT_EQ(outcomeOf(run), ended(0, ""));
 }
 
 TEST(TrapSetup, ThreadsThatCallGetAnAlternateStack) {
@@ -114,7 +114,7 @@ TEST(TrapSetup, ThreadsThatCallGetAnAlternateStack) {
             EXPECT_EQ(memory, stackOfThread().ss_sp);
         }
     };
-    EXPECT_EQ(inChild(run), ended(0, ""));
+    EXPECT_EQ(outcomeOf(run), ended(0, ""));
 }
 
 void expectResult(int expected, int expectedCrc, std::function<int(int*)> const& call) {
@@ -164,7 +164,7 @@ TEST(TrapSetup, TellsWhatWasWrong) {
         expectRemove(XPCE_NOT_REGISTERED, 0, exits[3]);
         testing::Test::HasFailure() ? _exit(1) : segv();
     };
-    EXPECT_EQ(inChild(run), died(SIGSEGV, "ABCEFGHIJKLMNOP"));
+    EXPECT_EQ(outcomeOf(run), died(SIGSEGV, "ABCEFGHIJKLMNOP"));
 }
 
 TEST(TrapSetup, TellsWhatTheSystemRefused) {
@@ -182,7 +182,7 @@ TEST(TrapSetup, TellsWhatTheSystemRefused) {
             EXPECT_FALSE(failure.isLogged()) << "the catcher would not record it, and nobody else has";
         }
     };
-    EXPECT_EQ(inChild(noAction), ended(0, ""));
+    EXPECT_EQ(outcomeOf(noAction), ended(0, ""));
     auto const noRestoring = [] {
         forbid(SYS_rt_sigaction, SIGBUS, EACCES);
         expectUnset(XPCE_NO_ACTION, EACCES);
@@ -192,7 +192,7 @@ TEST(TrapSetup, TellsWhatTheSystemRefused) {
     EXPECT_EQ(inSetUpChild({}, noRestoring), ended(0, ""));
     auto const noSiginfo = [] {
         forbid(SYS_rt_tgsigqueueinfo, static_cast<unsigned>(getpid()), EPERM);
-        killed();
+        sendBus();
     };
     EXPECT_EQ(inSetUpChild({exitOf<'a'>}, noSiginfo), died(SIGBUS, "a"));
 }
@@ -206,7 +206,7 @@ TEST(TrapSetup, TellsThatThereIsNoAlternateStack) {
         expectSetup(XPCE_NO_STACK, EACCES);
         expectUnset(XPCE_NOT_SET_UP, EPERM);
     };
-    EXPECT_EQ(inChild(noStack), ended(0, ""));
+    EXPECT_EQ(outcomeOf(noStack), ended(0, ""));
     auto const noMemory = [] {
         rlimit const none = {0, RLIM_INFINITY}, enough = {RLIM_INFINITY, RLIM_INFINITY};
         setrlimit(RLIMIT_AS, &none);
@@ -214,7 +214,7 @@ TEST(TrapSetup, TellsThatThereIsNoAlternateStack) {
         setrlimit(RLIMIT_AS, &enough);
         expectSetup(XPCE_OK, 0);
     };
-    EXPECT_EQ(inChild(noMemory), ended(0, ""));
+    EXPECT_EQ(outcomeOf(noMemory), ended(0, ""));
     auto const noStackInThread = [] {
         std::thread([] {
             forbid(SYS_sigaltstack, 0, EACCES);
@@ -244,7 +244,7 @@ TEST(TrapSetup, ThreadsMayCallAtOnce) {
         expectUnset(XPCE_NOT_SET_UP, EPERM);
         EXPECT_EQ(SIG_DFL, actionOf(SIGILL).sa_handler);
     };
-    EXPECT_EQ(inChild(run), ended(0, ""));
+    EXPECT_EQ(outcomeOf(run), ended(0, ""));
 }
 
 }  // namespace

@@ -34,7 +34,7 @@ inline int inChild(std::function<void()> const& run) {
 }
 
 /// The signal that ended the child, 0 when none did.
-inline int killed(pid_t child) {
+inline int killAndWait(pid_t child) {
     kill(child, SIGKILL);
     return WTERMSIG(wait(child));
 }

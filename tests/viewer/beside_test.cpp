@@ -89,7 +89,7 @@ TEST_F(Beside, listHasNoGapWhileFilesMove) {
         EXPECT_EQ(out.find("gap"), std::string::npos);
         complete += std::stoi("0" + out) >= 4 ? 1 : 0;
     }
-    EXPECT_EQ(killed(writer), SIGKILL);
+    EXPECT_EQ(killAndWait(writer), SIGKILL);
     EXPECT_GT(complete, 50);
 }
 
