@@ -1,10 +1,28 @@
 #ifndef ZELQCOOD_FUZZ_SURROUNDINGS_H
 #define ZELQCOOD_FUZZ_SURROUNDINGS_H
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include "common/utf8.h"
 #include "entry.h"
 #include "support/files.h"
-#include "support/printed.h"
+
+/// Takes the place of standard output, and gives what was printed since the last time.
+class Printed {
+public:
+    Printed() : file_(memfd_create("printed", MFD_CLOEXEC)) { dup2(file_, STDOUT_FILENO); }
+
+    std::string take() {
+        std::string text(static_cast<std::size_t>(lseek(file_, 0, SEEK_CUR)), '\0');
+        require(pread(file_, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size()), "no printed text");
+        require(ftruncate(file_, 0) == 0 && lseek(file_, 0, SEEK_SET) == 0, "standard output is gone");
+        return text;
+    }
+
+private:
+    int file_;
+};
 
 /// Whatever programs put into a record or a line, a terminal gets valid text with nothing to obey.
 inline void requireHarmless(std::string const& text) {

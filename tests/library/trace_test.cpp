@@ -1,97 +1,105 @@
-#include "zelqcood/trace.h"
+// What the library's operations write into the trace, all of it; and how lines are put together.
 
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdio>
-#include <string>
 
-#include "support/fakeservices.h"
+#include "support/files.h"
+#include "support/sampleblocks.h"
 #include "trace/message.h"
+#include "zelqcood/block.h"
+#include "zelqcood/trace.h"
+#include "zelqcood/trap.h"
 
 namespace {
 
-std::string repeated(char c, std::size_t count) {
-    return std::string(count, c);
-}
-
-TEST(Trace, LaysOutScopes) {
-    struct {
-        char const* mask;
-        std::string name;
-        std::string rest;  // of both lines, behind the marker
-        std::string prefix;
-    } const cases[] = {
-        {"XLIBBLK", "findBlock", "findBlock", "XLIBBLKF: "},
-        {"ABC", "", "", "ABC    F: "},
-        {"", "x", "x", "       F: "},
-        {"ABCDEFGHIJKL", repeated('n', 187), repeated('n', 187), "ABCDEFGF: "},
-        {"ABCDEFG", repeated('n', 188), repeated('n', 187), "ABCDEFGF: "},
-        {"ABCDEFG", repeated('n', 300), repeated('n', 187), "ABCDEFGF: "},
-    };
-    for (auto const& c : cases) {
+class Listing {
+public:
+    template <class Operation>
+    void add(char const* title, Operation operation) {
         clearTrace();
-        { XTrace scope(c.mask, 'F', c.name.c_str()); }
-        try {
-            XTrace scope(7, c.mask, 'F', c.name.c_str());
-            throw 1;  // which closes it too
-        } catch (int) {
-        }
-        ASSERT_EQ(traceCalls().size(), 4u);
-        TraceCall const* call = traceCalls().data();
-        EXPECT_EQ(call[0].function, TraceCall::trace);
-        EXPECT_EQ(call[0].line, c.prefix + "> " + c.rest);
-        EXPECT_EQ(call[1].function, TraceCall::traceCb);
-        EXPECT_EQ(call[1].handle, 0u);
-        EXPECT_EQ(call[1].line, c.prefix + "< " + c.rest);
-        EXPECT_EQ(call[2].function, TraceCall::traceCb);
-        EXPECT_EQ(call[2].handle, 7u);
-        EXPECT_EQ(call[2].line, call[0].line);
-        EXPECT_EQ(call[3].handle, 7u);
-        EXPECT_EQ(call[3].line, call[1].line);
+        operation();
+        text_ += text_.empty() ? "" : "\n";
+        text_ += "# " + std::string(title) + "\n" + tracedText();
     }
-}
+    std::string const& text() const { return text_; }
 
-TEST(Trace, LaysOutSingleLines) {
-    clearTrace();
-    XTrace::write("XLIBBLK", 'D', "Returning 0");
-    XTrace::write(9, "AB", 'T', "");
-    XTrace::write("XLIBBLK", 'D', repeated('t', 189).c_str());
-    XTrace::write("XLIBBLK", 'D', repeated('t', 300).c_str());
-    ASSERT_EQ(traceCalls().size(), 4u);
-    EXPECT_EQ(traceCalls()[0].function, TraceCall::traceCb);
-    EXPECT_EQ(traceCalls()[0].line, "XLIBBLKD: Returning 0");
-    EXPECT_EQ(traceCalls()[1].handle, 9u);
-    EXPECT_EQ(traceCalls()[1].line, "AB     T: ");
-    EXPECT_EQ(traceCalls()[2].line, "XLIBBLKD: " + repeated('t', 189));
-    EXPECT_EQ(traceCalls()[3].line, traceCalls()[2].line);
-}
+private:
+    std::string text_;
+};
 
-TEST(Trace, LaysOutDumpLabels) {
-    struct {
-        char const* title;
-        std::string label;
-    } const cases[] = {
-        {nullptr, "XLIBLGDD:"},
-        {"", "XLIBLGDD:"},
-        {"input", "XLIBLGDD: input"},
-        {"0123456789012345678901234567890123456789", "XLIBLGDD: 012345678901234567890123456789"},
-    };
-    char const data[] = "abc";
-    for (auto const& c : cases) {
-        clearTrace();
-        XTrace::dumpBytes("XLIBLGD", 'D', c.title, data, 3);
-        XTrace::dumpBytes(5, "XLIBLGD", 'D', c.title, data, 2);
-        ASSERT_EQ(traceCalls().size(), 2u);
-        for (TraceCall const& call : traceCalls()) {
-            EXPECT_EQ(call.function, TraceCall::dumpBytesCb);
-            EXPECT_EQ(call.line, c.label);
-            EXPECT_EQ(call.data, data);
+TEST(Trace, ListsEachOperation) {
+    Listing listing;
+    listing.add("Scopes: a mask fills its field, a name what is left of the line", [] {
+        std::string const longName(188, 'n');
+        std::pair<char const*, char const*> const scopes[] = {{"XLIBBLK", "findBlock"},
+                                                              {"ABC", ""},
+                                                              {"", "x"},
+                                                              {"ABCDEFGHIJKL", longName.c_str() + 1},
+                                                              {"ABCDEFG", longName.c_str()}};
+        for (auto const& [mask, name] : scopes) {
+            XTrace const scope(mask, 'F', name);
+            try {
+                XTrace const inner(7, mask, 'F', name);
+                throw 1;  // which closes it too
+            } catch (int) {
+            }
         }
-        EXPECT_EQ(traceCalls()[0].length, 3ul);
-        EXPECT_EQ(traceCalls()[1].length, 2ul);
-        EXPECT_EQ(traceCalls()[1].handle, 5u);
-    }
+        EXPECT_EQ(traceCalls()[0].function, TraceCall::trace);
+        EXPECT_EQ(traceCalls()[1].function, TraceCall::traceCb);
+        EXPECT_EQ(traceCalls()[3].function, TraceCall::traceCb);
+    });
+    listing.add("Single lines", [] {
+        XTrace::write("XLIBBLK", 'D', "Returning 0");
+        XTrace::write(9, "AB", 'T', "");
+        XTrace::write("XLIBBLK", 'D', std::string(189, 't').c_str());
+        XTrace::write("XLIBBLK", 'D', std::string(300, 't').c_str());
+    });
+    listing.add("Dumps", [] {
+        XTrace::dumpBytes("XLIBLGD", 'D', nullptr, "abc", 3);
+        XTrace::dumpBytes("XLIBLGD", 'D', "", "abc", 2);
+        XTrace::dumpBytes(5, "XLIBLGD", 'D', "input", "abc", 2);
+        XTrace::dumpBytes("XLIBLGD", 'D', "0123456789012345678901234567890123456789", "abc", 0);
+    });
+    unsigned char* block = nullptr;
+    listing.add("Blocks: create, append a child without and with a block of its own, search", [&] {
+        unsigned char bytes[] = {1, 2};
+        block = createBlock(0x8005, 1);
+        addHeaderBlock(&block, 2, 0, 1, bytes);
+        Block const child(createBlock(65535, 1));
+        addBlock(&block, child.get());
+        findBlock(block, 3);
+    });
+    delete[] block;
+
+    GuardedBlock const rich(richBlock(endMicrocodeLog));
+    std::unique_ptr<XEndMicrocodeLog> log;
+    listing.add("A microcode log is read", [&] { log = std::make_unique<XEndMicrocodeLog>(rich.get()); });
+    listing.add("It is written", [&] { Block(log->asBinary()); });
+    listing.add("It is recorded", [&] { log->log(); });
+    XLog target(*log);
+    listing.add("A log is assigned", [&] { target = *log; });
+    listing.add("A log is assigned to itself", [&, &self = target] { target = self; });
+    setRecordService([](xlog_record_interface*, int*) -> int { throw 1; });
+    listing.add("The service throws", [&] { EXPECT_THROW(target.log(), int); });
+    setRecordService(nullptr);
+
+    listing.add("An exception begins and ends", [] { XException("open failed", ZoException::recoverable, 0); });
+    listing.add("One without a text", [] { XTrapException(static_cast<char*>(nullptr), 1); });
+    XException thrown("open failed", ZoException::recoverable, 0);
+    setBacktrace("#0 main\n#1 start");
+    XEndMicrocodeLog backtraced(1, 2, 3, 4, "EV", "", XMicrocodeLog::omitAllTraces, 0, "ID");
+    setBacktrace(nullptr);
+    thrown.addLocation(ZoExceptionLocation("mod_a", "f", 42));
+    thrown.addLocation(ZoExceptionLocation("mod_b", nullptr, 1234567));
+    thrown.setLogInfo(&backtraced);
+    listing.add("It is written into the trace", [&] { EXPECT_EQ(&thrown.asTrace("MYCOMP", 'W'), &thrown); });
+    thrown.setLogged(1);
+    listing.add("It is recorded, but has been before", [&] { thrown.asLog(); });
+
+    listing.add("A trap handler begins and ends",
+                [] { XTrapHandler const handler(XTrapHandler::serviceProcess, [](int, siginfo*, void*) {}); });
+    EXPECT_EQ(listing.text(), contents(EXPECTED_FILES "/trace.txt"));
 }
 
 void expectRendered(unsigned long number) {
@@ -122,7 +130,7 @@ TEST(Trace, RendersNumbersOfAllLengths) {
 TEST(Trace, CutsALineThatIsPutTogetherAtAnyPiece) {
     for (std::size_t length = 150; length < 200; ++length) {
         clearTrace();
-        std::string const text = repeated('t', length);
+        std::string const text = std::string(length, 't');
         traceLine("XLIBBLK", 'D', "text=", text.c_str(), ", number=", ~0UL, ", ", text.c_str());
         std::string const whole = "XLIBBLKD: text=" + text + ", number=" + std::to_string(~0UL) + ", " + text;
         EXPECT_EQ(traceCalls().at(0).line, whole.substr(0, 199));

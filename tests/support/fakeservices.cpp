@@ -88,7 +88,12 @@ void clearTrace() {
 std::string tracedText() {
     std::string text;
     for (TraceCall const& call : calls()) {
-        text += withoutAddresses(call.line) + "\n";
+        text += call.handle == 0 ? "" : "[" + std::to_string(call.handle) + "] ";
+        text += withoutAddresses(call.line);
+        text += call.function != TraceCall::dumpBytesCb
+                    ? ""
+                    : " " + std::string(static_cast<char const*>(call.data), call.length) + " .";
+        text += "\n";
     }
     return text;
 }
