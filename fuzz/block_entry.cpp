@@ -54,8 +54,9 @@ void requireReadAs(std::string const& text, std::string const& bytes) {
         fail(reason + " in a good dump");
     }
     require(read == bytes, "a dump stands for other bytes");
-    require(bytes.empty() || !zelq::parseHexText(text, bytes.size() - 1, &read).empty(),
-            "more bytes than were asked for");
+    std::string part;
+    require(bytes.empty() || !zelq::parseHexText(text, bytes.size() - 1, &part).empty(),
+            "read more than was asked for");
 }
 
 }  // namespace
