@@ -16,6 +16,11 @@ namespace {
 
 constexpr unsigned char withBacktrace = 0x80;
 
+// In the order of allKinds.
+constexpr std::uint16_t classCodes[] = {logDataClass,      microcodeLogDataClass, logClassCode,       3,
+                                        microcodeLogClass, endMicrocodeLogClass,  baseExceptionClass, exceptionClass,
+                                        trapExceptionClass};
+
 Kind kindOf(unsigned char choice, Bytes const& block) {
     constexpr std::size_t kinds = std::size(allKinds);
     if (choice != 0) {
@@ -23,17 +28,8 @@ Kind kindOf(unsigned char choice, Bytes const& block) {
     }
     std::uint16_t type = 0;
     std::memcpy(&type, &block[4], sizeof type);
-    switch (type) {
-    case exceptionClass: return exception;
-    case trapExceptionClass: return trapException;
-    case logClassCode: return log;
-    case microcodeLogClass: return microcodeLog;
-    case endMicrocodeLogClass: return endMicrocodeLog;
-    case logDataClass: return logData;
-    case microcodeLogDataClass: return microcodeLogData;
-    case baseExceptionClass: return baseException;
-    default: return refcode;
-    }
+    auto const* const found = std::find(std::begin(classCodes), std::end(classCodes), type);
+    return found == std::end(classCodes) ? refcode : allKinds[found - classCodes];
 }
 
 // The size in the header is all that a reader knows of the memory, so it is never more than there

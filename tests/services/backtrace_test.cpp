@@ -1,16 +1,114 @@
-// Backtraces of stacks that the tests build: what each line says, and for how long it is remembered.
+// Backtraces: what each line says, for how long it is remembered, and what becomes of it without memory, in several
+// threads and in a forked child.
 
-#include "backtracefixture.h"
+#include <gtest/gtest.h>
 
+#include <dlfcn.h>
+#include <unistd.h>
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <csetjmp>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/children.h"
+#include "support/failingnew.h"
+#include "zelqplatform/errorlog_service.h"
 
 namespace backtracetest {
 namespace {
+
+using Callback = void (*)(void*);
+
+struct Captured {
+    int result = -1;
+    int length = -1;
+    bool hasText = false;
+    bool hasFailed = false;
+    std::string text;
+};
+
+struct Line {
+    std::size_t number;
+    std::uintptr_t address;
+    std::string function;
+    std::uintptr_t offset;
+    std::string module;
+    std::uintptr_t moduleOffset;
+};
+
+std::uintptr_t hexadecimal(std::string const& text) {
+    return text.empty() ? 0 : static_cast<std::uintptr_t>(std::stoull(text, nullptr, 16));
+}
+
+std::vector<Line> parse(std::string const& text) {
+    static std::regex const pattern(
+        R"(#(\d+) +(0x[0-9a-f]+)  (\?\?|(\S.*)\+(0x[0-9a-f]+))(  \[([^/]+)\+(0x[0-9a-f]+)\])?)");
+    std::vector<Line> lines;
+    std::istringstream input(text);
+    for (std::string row; std::getline(input, row);) {
+        std::smatch match;
+        if (std::regex_match(row, match, pattern)) {
+            std::string const function = match[4].matched ? match[4] : match[3];
+            lines.push_back({std::stoul(match[1]), hexadecimal(match[2]), function, hexadecimal(match[5]), match[7],
+                             hexadecimal(match[8])});
+        } else {
+            ADD_FAILURE() << "not a frame: " << row;
+        }
+    }
+    return lines;
+}
+
+__attribute__((noipa)) Captured captured(int skip, unsigned failingAllocation = 0) {
+    Captured result;
+    char* text = nullptr;
+    failAllocation(failingAllocation);
+    result.result = xlog_get_backtrace(&text, skip, &result.length);
+    result.hasFailed = hasFailed();
+    failAllocation(0);
+    result.hasText = text != nullptr;
+    result.text = text != nullptr ? text : "";
+    std::free(text);
+    return result;
+}
+
+std::string functions(std::vector<Line> const& lines, std::size_t count) {
+    std::string all;
+    for (std::size_t i = 0; i < count && i < lines.size(); ++i) {
+        all += lines[i].function + '\n';
+    }
+    return all;
+}
+
+/// A module, loaded as long as the object lives.
+class Module {
+public:
+    Module(char const* path, char const* function)
+        : handle_(dlopen(path, RTLD_NOW)),
+          call(handle_ == nullptr ? nullptr : reinterpret_cast<void (*)(Callback, void*)>(dlsym(handle_, function))) {}
+    ~Module() { dlclose(handle_); }
+    Module(Module const&) = delete;
+    Module& operator=(Module const&) = delete;
+
+private:
+    void* handle_;
+
+public:
+    void (*const call)(Callback, void*);
+};
+
+// Each change of the loaded modules makes the service forget.
+void forgetLines() {
+    Module const module(OTHER_MODULE, "otherModuleCall");
+}
 
 void captureInto(void* target) {
     *static_cast<Captured*>(target) = captured(0);
@@ -292,6 +390,108 @@ TEST(Backtrace, cutsLongNames) {
     EXPECT_EQ(function.size(), 256U + 3U);
     EXPECT_EQ(function.substr(256), "...");
 }
+
+#ifndef __SANITIZE_ADDRESS__
+// Names longer than usual, so that the text has to grow.
+template <typename... Types>
+__attribute__((noipa)) void callBelowLongNames(Module const& module, Callback callback, void* argument, int names) {
+    if (names == 0) {
+        module.call(callback, argument);
+    } else {
+        callBelowLongNames<Types...>(module, callback, argument, names - 1);
+    }
+    asm volatile("");
+}
+
+struct Attempt {
+    unsigned failingAllocation;
+    Captured result;
+};
+
+void captureFailing(void* argument) {
+    auto& attempt = *static_cast<Attempt*>(argument);
+    attempt.result = captured(0, attempt.failingAllocation);
+}
+
+TEST(Backtrace, withoutMemoryThereIsNoText) {
+    Module const module(FIRST_MODULE, "firstModuleCall");
+    auto const capture = [&](unsigned failingAllocation) {
+        Attempt attempt = {failingAllocation, {}};
+        callBelowLongNames<Captured, Line, std::string, std::string>(module, captureFailing, &attempt, 20);
+        return attempt.result;
+    };
+    std::string const whole = functions(parse(capture(0).text), 99);
+    int failures = 0;
+    long live = 0;
+    bool hasFailed = true;
+    for (unsigned n = 1; hasFailed; ++n) {
+        forgetLines();
+        for (unsigned const failing : {n, 0U}) {  // then once more with memory: everything is remembered again
+            Captured const attempt = capture(failing);
+            hasFailed = failing == 0 ? hasFailed : attempt.hasFailed;
+            failures += attempt.result != 0;
+            EXPECT_EQ(attempt.result, attempt.hasText || failing == 0 ? 0 : ENOMEM);
+            EXPECT_EQ(attempt.length, static_cast<int>(attempt.text.size()));
+            EXPECT_EQ(functions(parse(attempt.text), 99), attempt.hasText ? whole : "");
+        }
+        EXPECT_TRUE(n == 1 || liveMallocs() == live) << "after allocation " << n;
+        live = liveMallocs();
+    }
+    EXPECT_GT(failures, 10);
+}
+#endif
+
+TEST(Backtrace, severalThreadsAtOnce) {
+    std::atomic<int> wrong{0};
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 4; ++number) {
+        threads.emplace_back([&] {
+            std::string expected;
+            for (int round = 0; round < 1200; ++round) {
+                std::string const text = captured(0).text;
+                expected = round == 0 ? text : expected;
+                wrong += text != expected || text.find("backtracetest::captured(") > 22;
+            }
+        });
+    }
+    std::thread forgetful([&] {
+        while (!stop) {
+            forgetLines();
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    stop = true;
+    forgetful.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+#ifndef __SANITIZE_ADDRESS__  // whose allocator may stay locked in a child
+TEST(Backtrace, worksInAForkedChild) {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            while (!stop) {
+                captured(0);
+            }
+        });
+    }
+    for (int i = 0; i < 500; ++i) {
+        int const status = inChild([] {
+            alarm(20);
+            EXPECT_NE(captured(0).text.find("worksInAForkedChild"), std::string::npos);
+        });
+        ASSERT_EQ(status, 0) << "child " << i;
+    }
+    stop = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+#endif
 
 }  // namespace
 }  // namespace backtracetest

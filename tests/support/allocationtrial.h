@@ -52,9 +52,6 @@ std::string hexOf(Object const& object) {
     return toHex(Block(object.asBinary()));
 }
 
-// The functions of microcode logs, exceptions and the trap handler.
-void tryErrorReports();
-
 inline char someBytes[] = "0123456789";
 inline char const longText[] =
     "a text that does not fit into the place that a string has inside, since it is much longer than one hundred and "
