@@ -24,7 +24,6 @@
 #include "zelqplatform/errorlog_service.h"
 
 namespace backtracetest {
-namespace {
 
 using Callback = void (*)(void*);
 
@@ -109,6 +108,8 @@ public:
 void forgetLines() {
     Module const module(OTHER_MODULE, "otherModuleCall");
 }
+
+namespace {
 
 void captureInto(void* target) {
     *static_cast<Captured*>(target) = captured(0);
