@@ -79,7 +79,7 @@ if [ "$(id -u)" -ne 0 ]; then
     exit 0
 fi
 mkdir "$work/use" "$work/root"
-cp "$source"/build/packages/*.deb "$source/tests/install/package_test.sh" "$source/tests/install/consumer/CMakeLists.txt" "$work/use"
+cp "$source"/build/packages/*.deb "$0" "$source/tests/install/consumer/CMakeLists.txt" "$work/use"
 awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >"$work/use/main.cpp"
 
 # shellcheck disable=SC2016  # expanded inside

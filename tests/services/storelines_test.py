@@ -55,7 +55,8 @@ def check_every_byte():
             check((base64.b64decode(exact) if exact else record[name].encode()) == expected, f"{name}: {byte}")
         ids.add(record["id"])
         then = calendar.timegm(time.strptime(record["time"][:19], "%Y-%m-%dT%H:%M:%S"))
-        check(int(before) - 1 <= then <= time.time() and len(record["time"]) == 27 and record["time"][-1] == "Z", record)
+        check(int(before) - 1 <= then <= time.time(), record)
+        check(len(record["time"]) == 27 and record["time"][-1] == "Z", record)
         check(len(record["id"]) == 16 and set(record["id"]) <= set("0123456789abcdef"), record["id"])
     check(len(ids) == 256, "ids come up again")
 

@@ -16,7 +16,8 @@ import console
 environment = {**os.environ, "PATH": ":".join([*folders, os.environ["PATH"]]), "LC_ALL": "C.UTF-8", "TZ": "UTC",
                "CASES": os.path.dirname(cases)}
 steps = [step for block in console.split(cases)[0] for step in console.steps_of(block)]
+show_status = 'status=$?; [ $status = 0 ] || echo "[$status]";'
 failures = [f"FAIL: {cases}:{line}: {text}"
-            for line, text in console.run(steps, environment, shown_status='status=$?; [ $status = 0 ] || echo "[$status]";')]
+            for line, text in console.run(steps, environment, shown_status=show_status)]
 print(*failures, f"{len(steps)} steps", sep="\n")
 sys.exit(1 if failures or not steps else 0)
