@@ -114,7 +114,7 @@ package:
 	done
 
 test-package: package
-	tests/package_test.sh $(CURDIR)
+	tests/install/package_test.sh $(CURDIR)
 
 # Ledger and benchmarks in one run; results in build/bench.
 bench:

@@ -2,6 +2,8 @@
 //
 // Input: what is in the file, taken as bytes and as text.
 
+#include <set>
+
 #include "entry.h"
 #include "support/failingnew.h"
 #include "support/jsonblocks.h"
@@ -9,6 +11,7 @@
 #include "surroundings.h"
 #include "tools/block/command.h"
 #include "tools/block/hextext.h"
+#include "tools/block/layout.h"
 
 NoFailingNew::NoFailingNew() = default;
 NoFailingNew::~NoFailingNew() = default;
@@ -53,11 +56,24 @@ void requireReadAs(std::string const& text, std::string const& bytes) {
         fail(read.fault + " in a good dump");
     }
     require(read.bytes == bytes, "a dump stands for other bytes");
+    require(bytes.empty() || !zelq::parseHexText(text, bytes.size() - 1).fault.empty(), "read more than was asked for");
+}
+
+// A class that has a block form is known to the viewer, and to the tests that damage blocks.
+void requireSamplesOfWhatIsKnown() {
+    std::set<std::string> known;
+    for (BlockLayout const& layout : zelq::blockLayouts()) {
+        known.insert(layout.name);
+    }
+    std::set<std::string> sampled(std::begin(classNames), std::end(classNames));
+    sampled.insert("locationBlock");  // nothing on its own
+    require(known == sampled, "the viewer knows other classes than there are samples of");
 }
 
 }  // namespace
 
 std::vector<std::string> seeds() {
+    requireSamplesOfWhatIsKnown();
     std::vector<std::string> inputs;
     for (Kind const kind : allKinds) {
         Bytes const block = richBlock(kind);

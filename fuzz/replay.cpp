@@ -1,13 +1,9 @@
 // ENTRY_replay [FILE...]             runs the entry on its seeds, then on the input in each file
+// ENTRY_replay --damaged [FILE...]   the same, and on each seed cut after each byte, and with each byte changed
 // ENTRY_replay --write-seeds FOLDER  writes the seeds as files, for a fuzzer to begin with
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-
 #include "entry.h"
-
-namespace fs = std::filesystem;
+#include "support/files.h"
 
 static void run(std::string const& name, std::string const& input) {
     std::fprintf(stderr, "%s\n", name.c_str());
@@ -16,10 +12,16 @@ static void run(std::string const& name, std::string const& input) {
     LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
 }
 
-static void runFile(char const* path) {
-    std::ifstream file(path, std::ios::binary);
-    require(file.is_open(), path);
-    run(path, {std::istreambuf_iterator<char>(file), {}});
+static void runDamaged(std::string const& name, std::string const& input) {
+    for (std::size_t at = 0; at < input.size(); ++at) {
+        std::string const place = " at " + std::to_string(at);
+        run(name + " cut" + place, input.substr(0, at));
+        for (char const wrong : {'\0', '\7', '\xFF'}) {
+            std::string damaged = input;
+            damaged[at] = wrong;
+            run(name + " changed" + place, damaged);
+        }
+    }
 }
 
 int main(int count, char** arguments) {
@@ -30,11 +32,16 @@ int main(int count, char** arguments) {
         }
         return 0;
     }
+    bool const isDamaged = count > 1 && arguments[1] == std::string("--damaged");
     for (std::size_t i = 0; i < inputs.size(); ++i) {
         run("seed " + std::to_string(i), inputs[i]);
+        if (isDamaged) {
+            runDamaged("seed " + std::to_string(i), inputs[i]);
+        }
     }
-    for (int i = 1; i < count; ++i) {
-        runFile(arguments[i]);
+    for (int i = isDamaged ? 2 : 1; i < count; ++i) {
+        require(fs::exists(arguments[i]), arguments[i]);
+        run(arguments[i], contents(arguments[i]));
     }
     return 0;
 }

@@ -42,7 +42,7 @@ public:
         for (std::size_t i = 0; i < firstLines; ++i) {
             xtr_trace_cb(static_cast<unsigned>(i % 3), ("line " + std::to_string(i) + " \xC3\xA4").c_str());
         }
-        file_ = open((folder_.path() + "/" + zelq::ringFileName).c_str(), O_RDWR | O_CLOEXEC);
+        file_ = open((folder_.path() / zelq::ringFileName).c_str(), O_RDWR | O_CLOEXEC);
         memory_ = static_cast<char*>(mmap(nullptr, fileSize, PROT_READ | PROT_WRITE, MAP_SHARED, file_, 0));
         require(memory_ != MAP_FAILED, "no ring");
         std::memset(static_cast<void*>(slots() + firstEmpty), 0, (lastEmpty - firstEmpty) * sizeof *slots());

@@ -155,7 +155,7 @@ std::vector<std::string> seeds() {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
     static StateFolder const folder;
     static Printed printed;
-    std::size_t const expected = putFiles(folder.path(), {reinterpret_cast<char const*>(data), size});
+    std::size_t const expected = putFiles(folder.path().string(), {reinterpret_cast<char const*>(data), size});
 
     std::vector<std::string> lines;
     StoreReader oldestFirst;

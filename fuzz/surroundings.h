@@ -4,10 +4,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <filesystem>
-
 #include "common/text.h"
 #include "entry.h"
+#include "support/files.h"
 
 /// Takes the place of standard output, and gives what was printed since the last time.
 class Printed {
@@ -37,22 +36,9 @@ inline void requireHarmless(std::string const& text) {
 }
 
 /// The folder that store and ring of this process lie in; it goes with the process.
-class StateFolder {
+class StateFolder : public TemporaryFolder {
 public:
-    StateFolder() {
-        char path[] = "/dev/shm/zelq-fuzz-XXXXXX";
-        require(mkdtemp(path) != nullptr, "no folder in /dev/shm");
-        path_ = path;
-        setenv("ZELQ_DIR", path, 1);
-    }
-    ~StateFolder() { std::filesystem::remove_all(path_); }
-    StateFolder(StateFolder const&) = delete;
-    StateFolder& operator=(StateFolder const&) = delete;
-
-    std::string const& path() const { return path_; }
-
-private:
-    std::string path_;
+    StateFolder() { setenv("ZELQ_DIR", path().c_str(), 1); }
 };
 
 #endif

@@ -41,8 +41,8 @@ void failEachMaking(Names const& names, Arguments const&... arguments) {
     failEach(names, [&] { made = std::make_unique<Object>(arguments...); });
 }
 
-/// Runs an operation that works without memory.
-void expectNoAllocation(Names const& names, std::function<void()> const& operation);
+/// Runs an operation that works without memory; tests/expected/needs_no_memory.txt has the names of what it calls.
+void expectNoAllocation(std::function<void()> const& operation);
 
 void expectBalancedScopes();
 
@@ -51,9 +51,6 @@ template <class Object>
 std::string hexOf(Object const& object) {
     return toHex(Block(object.asBinary()));
 }
-
-// The functions of microcode logs, exceptions and the trap handler.
-void tryErrorReports();
 
 inline char someBytes[] = "0123456789";
 inline char const longText[] =

@@ -96,6 +96,12 @@ int hookedDescriptor() {
     return descriptorOfCall;
 }
 
+// A call that does nothing but be put to the hook: the parameters, then the descriptor and all arguments.
+#define HOOKED(Result, name, parameters, ...)  \
+    Result name parameters {                   \
+        return call<name>(#name, __VA_ARGS__); \
+    }
+
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -124,67 +130,31 @@ ssize_t write(int file, void const* bytes, size_t size) {
     return next<write>()(file, bytes, answer == halfOfIt && size > 1 ? size / 2 : size);
 }
 
-ssize_t pread(int file, void* bytes, size_t size, off_t offset) {
-    return call<pread>("pread", file, file, bytes, size, offset);
-}
-
-ssize_t pwrite(int file, void const* bytes, size_t size, off_t offset) {
-    return call<pwrite>("pwrite", file, file, bytes, size, offset);
-}
-
-int fsync(int file) {
-    return call<fsync>("fsync", file, file);
-}
-
-int fdatasync(int file) {
-    return call<fdatasync>("fdatasync", file, file);
-}
-
-int fstat(int file, struct stat* status) noexcept {
-    return call<fstat>("fstat", file, file, status);
-}
-
-int fstatat(int folder, char const* name, struct stat* status, int flags) noexcept {
-    return call<fstatat>("fstatat", folder, folder, name, status, flags);
-}
-
-off_t lseek(int file, off_t offset, int from) noexcept {
-    return call<lseek>("lseek", file, file, offset, from);
-}
-
-int ftruncate(int file, off_t size) noexcept {
-    return call<ftruncate>("ftruncate", file, file, size);
-}
-
-int fchmod(int file, mode_t mode) noexcept {
-    return call<fchmod>("fchmod", file, file, mode);
-}
-
+HOOKED(ssize_t, pread, (int file, void* bytes, size_t size, off_t offset), file, file, bytes, size, offset)
+HOOKED(ssize_t, pwrite, (int file, void const* bytes, size_t size, off_t offset), file, file, bytes, size, offset)
+HOOKED(int, fsync, (int file), file, file)
+HOOKED(int, fdatasync, (int file), file, file)
+HOOKED(int, fstat, (int file, struct stat* status) noexcept, file, file, status)
+HOOKED(int, fstatat, (int folder, char const* name, struct stat* status, int flags) noexcept, folder, folder, name,
+       status, flags)
+HOOKED(off_t, lseek, (int file, off_t offset, int from) noexcept, file, file, offset, from)
+HOOKED(int, ftruncate, (int file, off_t size) noexcept, file, file, size)
+HOOKED(int, fchmod, (int file, mode_t mode) noexcept, file, file, mode)
 int posix_fallocate(int file, off_t offset, off_t size) {
     int const answer = ask("posix_fallocate", file);
     return answer > 0 ? answer : next<posix_fallocate>()(file, offset, size);
 }
 
-int linkat(int fromFolder, char const* from, int toFolder, char const* to, int flags) noexcept {
-    return call<linkat>("linkat", fromFolder, fromFolder, from, toFolder, to, flags);
-}
-
+HOOKED(int, linkat, (int fromFolder, char const* from, int toFolder, char const* to, int flags) noexcept, fromFolder,
+       fromFolder, from, toFolder, to, flags)
 int flock(int file, int operation) noexcept {
     return call<flock>(operation == LOCK_UN ? "unlock" : "flock", file, file, operation);
 }
 
-int mkdir(char const* path, mode_t mode) noexcept {
-    return call<mkdir>("mkdir", -1, path, mode);
-}
-
-int renameat(int fromFolder, char const* from, int toFolder, char const* to) noexcept {
-    return call<renameat>("renameat", fromFolder, fromFolder, from, toFolder, to);
-}
-
-int unlinkat(int folder, char const* name, int flags) noexcept {
-    return call<unlinkat>("unlinkat", folder, folder, name, flags);
-}
-
+HOOKED(int, mkdir, (char const* path, mode_t mode) noexcept, -1, path, mode)
+HOOKED(int, renameat, (int fromFolder, char const* from, int toFolder, char const* to) noexcept, fromFolder, fromFolder,
+       from, toFolder, to)
+HOOKED(int, unlinkat, (int folder, char const* name, int flags) noexcept, folder, folder, name, flags)
 int clock_gettime(clockid_t clock, struct timespec* now) noexcept {
     int const result = call<clock_gettime>("clock_gettime", -1, clock, now);
     if (isHooked && clock == CLOCK_MONOTONIC) {
@@ -196,10 +166,7 @@ int clock_gettime(clockid_t clock, struct timespec* now) noexcept {
     return result;
 }
 
-ssize_t getrandom(void* bytes, size_t size, unsigned flags) {
-    return call<getrandom>("getrandom", -1, bytes, size, flags);
-}
-
+HOOKED(ssize_t, getrandom, (void* bytes, size_t size, unsigned flags), -1, bytes, size, flags)
 int nanosleep(struct timespec const* time, struct timespec* left) {
     if (!isHooked) {
         return next<nanosleep>()(time, left);
@@ -208,4 +175,5 @@ int nanosleep(struct timespec const* time, struct timespec* left) {
     return 0;
 }
 }
+#undef HOOKED
 #pragma GCC visibility pop

@@ -56,7 +56,7 @@ void add(TraceCall::Function function, unsigned int handle, char const* line, vo
 }
 
 std::string withoutAddresses(std::string line) {
-    for (char const* key : {"pData=", "pBlockData=", "Returning ", "returns 0x"}) {
+    for (char const* key : {"pData=", "pBlockData=", "Returning ", "returns 0x", "this=0x"}) {
         std::size_t const found = line.find(key);
         if (found == std::string::npos) {
             continue;
@@ -66,7 +66,8 @@ std::string withoutAddresses(std::string line) {
         while (last < line.size() && std::isxdigit(static_cast<unsigned char>(line[last])) != 0) {
             ++last;
         }
-        if (line.substr(first, last - first) != "0") {
+        bool const isCut = key != std::string("this=0x") || last - first == 8;  // to the low 32 bits
+        if (line.substr(first, last - first) != "0" && isCut) {
             line.replace(first, last - first, "@");
         }
     }
@@ -87,7 +88,12 @@ void clearTrace() {
 std::string tracedText() {
     std::string text;
     for (TraceCall const& call : calls()) {
-        text += withoutAddresses(call.line) + "\n";
+        text += call.handle == 0 ? "" : "[" + std::to_string(call.handle) + "] ";
+        text += withoutAddresses(call.line);
+        text += call.function != TraceCall::dumpBytesCb
+                    ? ""
+                    : " " + std::string(static_cast<char const*>(call.data), call.length) + " .";
+        text += "\n";
     }
     return text;
 }

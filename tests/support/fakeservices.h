@@ -23,8 +23,8 @@ struct TraceCall {
 std::vector<TraceCall> const& traceCalls();
 void clearTrace();
 
-/// The lines alone, as one text with a newline behind each. Addresses, which differ from run to
-/// run, are replaced by "@" (those that are 0 stay).
+/// The lines as one text with a newline behind each, handles in front and dumped bytes behind. Addresses,
+/// which differ from run to run, are replaced by "@" (those that are 0 stay).
 std::string tracedText();
 
 /// The lines at levels other than 'D' that belong to no scope: what readers report.

@@ -22,6 +22,11 @@ inline constexpr Kind allKinds[] = {
     logData, microcodeLogData, log, refcode, microcodeLog, endMicrocodeLog, baseException, exception, trapException,
 };
 
+inline constexpr char const* classNames[] = {
+    "XLogData",         "XMicrocodeLogData", "XLog",       "SecondaryRefcodeInfo", "XMicrocodeLog",
+    "XEndMicrocodeLog", "XBaseException",    "XException", "XTrapException",
+};
+
 struct PlainMicrocodeLog : XMicrocodeLog {
     using XMicrocodeLog::XMicrocodeLog;
     XMicrocodeLog* clone() override { return new PlainMicrocodeLog(*this); }
@@ -50,34 +55,46 @@ inline Block rewritten(Kind kind, unsigned char* block) {
     return result;
 }
 
-/// A block of the kind that holds every child its class knows, lists with two members.
+/// Gives the exception everything that one can have.
+template <class Exception>
+Exception& enriched(Exception&& thrown, XMicrocodeLog& log) {
+    thrown.setErrorId(0x12345678);
+    thrown.addLocation(ZoExceptionLocation("file.cpp", nullptr, 42));
+    thrown.addLocation(ZoExceptionLocation("other file", "function", 43));
+    thrown.setLogInfo(&log);
+    return thrown;
+}
+
+/// A block of the kind that holds every child its class knows, lists with several members, and another value
+/// in every field. tests/expected/blocks.txt has its bytes.
 inline Bytes richBlock(Kind kind) {
-    static char word[] = "hello";
-    auto const bytesOf = [](auto const& object) { return toBytes(Block(object.asBinary())); };
-    switch (kind) {
-    case logData: return bytesOf(XLogData(word, 5, 0x1234));
-    case microcodeLogData: return bytesOf(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));
-    case refcode: return bytesOf(XMicrocodeLog::SecondaryRefcodeInfo(1, 2, 3, 4));
-    default: break;
+    std::string bytes = std::string("\0\1bytes of an item ", 19) + std::string(60, '\xFF');
+    std::string text = "text of an item";
+    std::string rows;
+    for (int row = 1; row < 12; ++row) {
+        rows += "row " + std::to_string(row) + "\n";
     }
-    XEndMicrocodeLog rich(0x22, 0x0304, 5, 6, "event", "text", XMicrocodeLog::omitAllTraces, 1, "log id");
-    rich.addData(XLogData(word, 5, 1)).addData(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));
-    rich.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+    XLogData const item(bytes.data(), bytes.size(), 0x1234);
+    XMicrocodeLogData const textItem(text.data(), text.size(), XMicrocodeLogData::textFormat);
+    setBacktrace("#0  main\n#1  start");
+    XEndMicrocodeLog rich(0x22, 0x3344, 0x5566, -2, "EVENT", "two\nlines \x1b[31m",
+                          XMicrocodeLog::omitAllTraces | XMicrocodeLog::rebootSystem, 3, "log id");
+    setBacktrace(nullptr);
+    rich.addData(item).addData(textItem).addData(XLogData(rows.data(), rows.size() + 1, 237));
+    rich.secondaryRefcodes()->emplace_back(0x77, 0x88, 0x99AA, 0x0BCCDDEE);
     rich.secondaryRefcodes()->emplace_back(10, 6, 7, -8);
+    char error[] = "error text";
+    auto const bytesOf = [](unsigned char* block) { return toBytes(Block(block)); };
     switch (kind) {
-    case log: return toBytes(Block(rich.XLog::asBinary()));
-    case microcodeLog: return toBytes(Block(rich.XMicrocodeLog::asBinary()));
-    case endMicrocodeLog: return bytesOf(rich);
-    default: break;
-    }
-    XTrapException thrown("error", 1);
-    thrown.addLocation(ZoExceptionLocation("file", "function", 42));
-    thrown.addLocation(ZoExceptionLocation("other file", nullptr, 43));
-    thrown.setLogInfo(&rich);
-    switch (kind) {
-    case trapException: return bytesOf(thrown);
-    case exception: return bytesOf(XException(static_cast<ZoException const&>(thrown)));
-    default: return toBytes(Block(thrown.XBaseException::asBinary()));
+    case logData: return bytesOf(item.asBinary());
+    case microcodeLogData: return bytesOf(textItem.asBinary());
+    case log: return bytesOf(rich.XLog::asBinary());
+    case refcode: return bytesOf(rich.secondaryRefcodes()->front().asBinary());
+    case microcodeLog: return bytesOf(rich.XMicrocodeLog::asBinary());
+    case endMicrocodeLog: return bytesOf(rich.asBinary());
+    case baseException: return bytesOf(enriched(XBaseException(error, ZoException::recoverable, 5), rich).asBinary());
+    case exception: return bytesOf(enriched(XException(error, ZoException::recoverable, 5), rich).asBinary());
+    default: return bytesOf(enriched(XTrapException(error, 5), rich).asBinary());
     }
 }
 

@@ -1,0 +1,193 @@
+// The ring when calls of the system fail, among programs that die, and in the hands of others.
+
+#include "ringfixture.h"
+
+#include <sys/ptrace.h>
+#include <sys/user.h>
+#include <cerrno>
+
+#include "common/statefolder.h"
+#include "support/failingcalls.h"
+
+namespace ringtest {
+namespace {
+
+TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
+    char const* const calls = " open openat mkdir fstat fchmod posix_fallocate pread pwrite linkat ";
+    Fault const faults[] = {
+        {"ENOSPC", ENOSPC, false, calls},
+        {"ENOSPC from then on", ENOSPC, true, calls},
+        {"death", dies, false, calls},
+    };
+    unsigned hits = 0;
+    for (Fault const& fault : faults) {
+        bool isHit = true;
+        for (unsigned n = 1; isHit; ++n) {
+            SCOPED_TRACE(std::string(fault.what) + " at call " + std::to_string(n));
+            fs::remove_all(folder_);
+            int const status = inChild([&] {
+                FaultAtCall atCall(fault, n);
+                {
+                    CallsHooked const hooked(std::ref(atCall));
+                    errno = ENOTTY;
+                    xtr_trace("first");
+                    EXPECT_EQ(ENOTTY, errno);
+                }
+                char snapshot[1000];
+                EXPECT_EQ(0, xtr_fetch(snapshot, 10, 80, nullptr, nullptr));
+                _exit(testing::Test::HasFailure() ? 1 : atCall.failed().empty() ? 2 : 0);
+            });
+            isHit = status == 0;
+            EXPECT_TRUE(isHit || WEXITSTATUS(status) == 2);
+            hits += isHit ? 1U : 0U;
+            std::error_code none;
+            for (auto const& entry : fs::directory_iterator(folder_, none)) {
+                EXPECT_EQ(ring_, entry.path()) << "left behind";
+            }
+            EXPECT_EQ(0, inChild([&] {
+                          xtr_trace("next");
+                          EXPECT_TRUE(usesSharedRing());
+                      }));
+        }
+    }
+    EXPECT_GT(hits, 30U) << "are the calls still hooked?";
+}
+
+// Only the ring's owner can cut it short, and nothing that a library may do saves a program that
+// writes to a mapping then. All others go on, also those who start later.
+TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {
+    ASSERT_EQ(0, inChild([] { xtr_trace("first"); }));
+    RingReader reader;
+    ASSERT_EQ(0, reader.open());
+    pid_t const writer = start([] {
+        signal(SIGBUS, SIG_DFL);  // AddressSanitizer would make it an exit
+        writeChecked(1, ~0U);
+    });
+    while (newest(reader, 2).size() < 2) {
+    }
+    ASSERT_EQ(0, truncate(ring_.c_str(), 0));
+    EXPECT_EQ(SIGBUS, WTERMSIG(wait(writer)));
+    EXPECT_EQ(0U, newest(reader, 2).size());
+    EXPECT_EQ(0, inChild([] {
+                  xtr_trace("line");
+                  EXPECT_FALSE(usesSharedRing());
+              }));
+    fs::remove(ring_);
+    EXPECT_EQ(0, inChild([] {
+                  xtr_trace("line");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
+}
+
+/// A process that writes a line when told to, and halts when it has looked at a slot.
+class HaltingWriter {
+public:
+    HaltingWriter()
+        : pid_(start([] {
+              xtr_trace("first");
+              ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+              for (;;) {
+                  raise(SIGSTOP);
+                  xtr_trace("line");
+              }
+          })) {
+        waitpid(pid_, nullptr, 0);
+    }
+    ~HaltingWriter() { killAndWait(pid_); }
+    HaltingWriter(HaltingWriter const&) = delete;
+    HaltingWriter& operator=(HaltingWriter const&) = delete;
+
+    /// Runs until the first instruction is done that reads or writes the slot's control word.
+    void runToSlot(std::size_t index) {
+        constexpr unsigned long accessesOfFourBytes = 1 | 3 << 16 | 3 << 18;
+        std::size_t const registers = offsetof(struct user, u_debugreg);
+        unsigned long const address = slots() + index * zelq::ringSlotSize;
+        ASSERT_EQ(0, ptrace(PTRACE_POKEUSER, pid_, registers, address));
+        ASSERT_EQ(0, ptrace(PTRACE_POKEUSER, pid_, registers + 7 * sizeof(long), accessesOfFourBytes));
+        ASSERT_EQ(SIGTRAP, resume()) << "no watchpoint";
+    }
+    void finishLine() {
+        int signal = SIGTRAP;
+        while (signal == SIGTRAP) {
+            signal = resume();
+        }
+        ASSERT_EQ(SIGSTOP, signal);
+    }
+
+private:
+    int resume() {
+        int status = 0;
+        EXPECT_EQ(0, ptrace(PTRACE_CONT, pid_, nullptr, nullptr));
+        EXPECT_EQ(pid_, waitpid(pid_, &status, 0));
+        return WIFSTOPPED(status) ? WSTOPSIG(status) : 0;
+    }
+
+    // In its own mapping, whose first page is the one that it may not write to.
+    unsigned long slots() const {
+        std::ifstream maps("/proc/" + std::to_string(pid_) + "/maps");
+        for (std::string line; std::getline(maps, line);) {
+            if (line.find(" rw-s 00001000 ") != std::string::npos && line.find("/ring") != std::string::npos) {
+                return std::stoul(line, nullptr, 16) + zelq::ringHeaderSize - zelq::ringPageSize;
+            }
+        }
+        ADD_FAILURE() << "no ring";
+        return 0;
+    }
+
+    pid_t pid_;
+};
+
+TEST_F(Ring, ASlotThatLooksFreeMayHaveBeenTakenMeanwhile) {
+    makeSmallRing();
+    HaltingWriter writer;
+    std::uint64_t const ticket = header()->nextTicket;
+    zelq::RingSlot& slot = slots()[ticket % smallRing];
+    writer.runToSlot(ticket % smallRing);
+    ASSERT_EQ(ticket + 1, header()->nextTicket);
+    ASSERT_FALSE(zelq::isBusy(slot.control)) << "not only looked at";
+    std::uint64_t const taken = zelq::slotControl(ticket / smallRing, static_cast<std::uint32_t>(getpid()), true);
+    slot.control = taken;
+    writer.finishLine();
+    EXPECT_EQ(taken, slot.control);
+    EXPECT_EQ(ticket + 1, slots()[(ticket + 1) % smallRing].ticket) << "the line went nowhere";
+}
+
+std::string folderFor(zelq::FolderUse use) {
+    char path[zelq::folderPathSize];
+    int const failure = zelq::stateFolderPath(use, path);
+    return failure == 0 ? path : std::strerror(failure);
+}
+
+TEST(StateFolder, LiesWhereTheEnvironmentSays) {
+    EXPECT_EQ(0, inChild([] {
+                  ASSERT_TRUE(geteuid() != 0 || setuid(12345) == 0);
+                  std::string const user = std::to_string(geteuid());
+                  setenv("ZELQ_DIR", "/some/where", 1);
+                  setenv("HOME", "/home/me", 1);
+                  EXPECT_EQ("/some/where", folderFor(zelq::FolderUse::store));
+                  EXPECT_EQ("/some/where", folderFor(zelq::FolderUse::ring));
+                  setenv("ZELQ_DIR", "", 1);
+                  EXPECT_EQ("/dev/shm/zelq-" + user, folderFor(zelq::FolderUse::ring));
+                  EXPECT_EQ("/home/me/.local/state/zelq", folderFor(zelq::FolderUse::store));
+                  setenv("HOME", "not/absolute", 1);
+                  EXPECT_EQ("/var/tmp/zelq-" + user, folderFor(zelq::FolderUse::store));
+                  setenv("ZELQ_DIR", std::string(600, 'x').c_str(), 1);
+                  EXPECT_EQ(std::strerror(ENAMETOOLONG), folderFor(zelq::FolderUse::store));
+              }));
+}
+
+TEST(StateFolder, SizesAreTakenOrLeft) {
+    struct Row {
+        char const* text;
+        unsigned long long size;
+    };
+    for (Row const& row : {Row{"", 7}, Row{"5000", 5000}, Row{"5K", 5120}, Row{"2M", 2 << 20}, Row{"1G", 1 << 30},
+                           Row{"2G", 1 << 30}, Row{"99999999999999999999", 1 << 30}, Row{"17179869184G", 1 << 30},
+                           Row{"1", 100}, Row{"0K", 100}, Row{"5KB", 7}, Row{"5k", 7}, Row{"-5", 7}, Row{" 5", 7}}) {
+        setenv("SIZE", row.text, 1);
+        EXPECT_EQ(row.size, zelq::sizeFromEnvironment("SIZE", 7, 100, 1 << 30)) << row.text;
+    }
+}
+
+}  // namespace
+}  // namespace ringtest
