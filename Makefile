@@ -10,6 +10,7 @@ endif
 
 build_packages := g++ g++-multilib cmake ninja-build rapidjson-dev libcli11-dev libhowardhinnant-date-dev
 test_packages := $(build_packages) googletest python3 pkg-config xxd bsdextrautils groff-base rsyslog rsyslog-relp
+instruction_packages := $(test_packages) valgrind
 package_packages := $(build_packages) dpkg-dev file pkg-config
 bench_packages := $(build_packages) python3 libbenchmark-dev libspdlog-dev libprotobuf-dev protobuf-compiler libmsgpack-dev \
     libboost-dev libflatbuffers-dev flatbuffers-compiler libcereal-dev nlohmann-json3-dev libsqlite3-dev libunwind-dev \
@@ -25,8 +26,9 @@ PREFIX ?= /usr/local
 FUZZ_SECONDS ?= 60
 BENCH_ARGS ?= --benchmark_min_time=0.1 --benchmark_repetitions=5 --benchmark_display_aggregates_only=true
 
-.PHONY: all demo test test-instructions test-package test-tsan memcheck soak fuzz fuzz-i386 coverage lint bench ledger-i386
-.PHONY: docs package install clean
+.PHONY: all demo test test-needs test-instructions test-package test-tsan memcheck soak fuzz fuzz-i386 coverage lint
+.PHONY: bench ledger-i386 docs package install clean
+.NOTPARALLEL:  # apt-get runs once at a time, and each build uses all processors by itself
 
 all: demo
 
@@ -38,20 +40,27 @@ demo:
 	    || { cat build/demo.log; exit 1; }
 	@examples/demo build/i386
 
-test: $(addprefix test-,$(test_presets)) test-instructions test-package docs
+test: test-needs $(addprefix test-,$(test_presets)) test-instructions test-package docs
+	@echo; echo "make test: all of it passed ($(test_presets), instructions, packages, reference pages)"
+
+# At the beginning, and all at once: what one part lacks is not told only when the others are through.
+test-needs:
+	@cmake/install-packages $(sort $(instruction_packages) $(package_packages) $(doc_packages))
 
 test-%:
 	@cmake/install-packages $(test_packages)
-	cmake --preset $* -DZELQCOOD_TESTS=ON
+	@echo; echo "== $*: build and tests"
+	cmake --preset $* -DZELQCOOD_TESTS=ON >/dev/null
 	cmake --build --preset $*
 	ctest --test-dir build/$* --output-on-failure -j 2
 
 # Main operations must not take more instructions than bench/instructions.txt notes. RENEW=1 notes new ones.
 test-instructions:
-	@cmake/install-packages $(test_packages) valgrind
-	cmake --preset release
-	cmake --build --preset release --target runoperation
-	bench/instructions.py $(if $(RENEW),--renew) build/release
+	@cmake/install-packages $(instruction_packages)
+	@echo; echo "== instructions of main operations"
+	cmake --preset native -DZELQCOOD_TESTS=ON >/dev/null
+	cmake --build --preset native --target runoperation
+	bench/instructions.py $(if $(RENEW),--renew) build/native
 
 # What several threads of one process do at once. Tests of signals and of failing allocations bring
 # what ThreadSanitizer brings too, and most of the ring's writers are processes. Its history must reach back
@@ -107,9 +116,10 @@ soak:
 
 package:
 	@cmake/install-packages $(package_packages)
+	@echo; echo "== Debian packages"
 	rm -rf build/packages
 	@for preset in $(package_presets); do \
-	    cmake --preset $$preset && cmake --build --preset $$preset && \
+	    cmake --preset $$preset >/dev/null && cmake --build --preset $$preset && \
 	    (cd build/$$preset && cpack) || exit 1; \
 	done
 
@@ -152,8 +162,8 @@ install:
 docs:
 	@cmake/install-packages $(doc_packages)
 	@mkdir -p build
+	@echo; echo "== reference pages: build/docs/html/index.html"
 	{ cat docs/Doxyfile && echo "PROJECT_NUMBER = $(version)"; } | doxygen -
-	@echo "build/docs/html/index.html"
 
 clean:
 	rm -rf build

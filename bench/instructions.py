@@ -21,8 +21,8 @@ NOT_COUNTED = ("zelq::askClock()",)  # how often it is called depends on how fas
 TIMES = 20
 TOLERANCE = 0.05
 HEADER = """\
-# Instructions of the project's own libraries for one run of an operation, in a release build of the
-# host's width. Written by `make test-instructions RENEW=1`, compared by `make test`.
+# Instructions of the project's own libraries for one run of an operation, in an optimised build of
+# the host's width. Written by `make test-instructions RENEW=1`, compared by `make test`.
 """
 
 
