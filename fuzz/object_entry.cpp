@@ -105,13 +105,13 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     }
     Bytes const bytes = wholeBlock(data + 1, size - 1);
     Kind const kind = kindOf(data[0] & 0x7F, bytes);
-    setBacktrace((data[0] & withBacktrace) != 0 ? "#0  0x1  here" : nullptr);
+    fake.backtrace = (data[0] & withBacktrace) != 0 ? "#0  0x1  here" : nullptr;
     std::string wrong;
     GuardedBlock const written(roundTrip(kind, bytes, wrong));
     if (!wrong.empty()) {
         fail(wrong);
     }
-    keepTrace(Keep::nothing);
+    fake.keep = FakeServices::nothing;
     withRebuilt(kind, written.get(), [](auto const& object) { use(object); });
     return 0;
 }

@@ -241,7 +241,7 @@ void tryTrapHandler() {
                        "XTrapHandler::removeUserExit(void (*)(int, siginfo_t*, void*))"};
     expectNoAllocation([] { XTrapHandler const handler(XTrapHandler::serviceProcess, someExit); });
     for (char const* const call : {"setup", "add", "remove"}) {
-        scriptTrapService(call, 12, 26);
+        fake.trapFailure = {call, 12, 26};
         failEach(
             all,
             [call] {
@@ -257,57 +257,34 @@ void tryTrapHandler() {
             },
             nothingToLookAt, Destroys::logs);
     }
-    scriptTrapService("", 0, 0);
-    takeTrapCalls();
+    fake.trapFailure = {};
+    std::exchange(fake.trapCalls, {});
 }
 
-// Records an object again and again, with each allocation of the recording failing once. The items
-// that go in front for the recording may stay, but then they belong to the log.
-template <class Make, class Record>
-void failEachRecording(Names const& names, Make make, Record record) {
-    SCOPED_TRACE(names[0]);
-    triedFunctions().insert(names.begin(), names.end());
-    bool failed = true;
-    for (unsigned n = 1; failed; ++n) {
-        long const live = liveAllocations();
-        {
-            auto const object = make();
-            clearTrace();
-            failAllocation(n);
-            bool thrown = false;
-            try {
-                record(*object);
-            } catch (std::bad_alloc const&) {
-                thrown = true;
-            }
-            failed = hasFailed();
-            failAllocation(0);
-            expectBalancedScopes();
-            if (auto const* const exception = dynamic_cast<XBaseException const*>(object.get())) {
-                EXPECT_EQ(exception->isLogged(), thrown ? 0 : 1) << n;
-            }
-        }
-        EXPECT_EQ(liveAllocations(), live) << n;
-        ASSERT_LT(n, 100u);
-    }
-}
-
-std::unique_ptr<ZoException> newException() {
-    auto exception = std::make_unique<XException>(longText, ZoException::recoverable, 0);
-    XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, "");
-    log.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
-    exception->setLogInfo(&log);
-    return exception;
-}
-
+// The items that go in front for a recording may stay in the log, but then they belong to it.
 void tryRecordings() {
-    failEachRecording({"XBaseException::asLog()"}, newException,
-                      [](ZoException& exception) { dynamic_cast<XBaseException&>(exception).asLog(); });
-    failEachRecording({"XMicrocodeLog::log()", "XLog::log()"}, newException, [](ZoException& exception) {
-        XBaseException& base = dynamic_cast<XBaseException&>(exception);
-        base.logInfo()->log();
-        base.setLogged(1);
+    auto const tryWith = [](Names const& names, auto record) {
+        failEach(
+            names,
+            [record] {
+                XException exception(longText, ZoException::recoverable, 0);
+                XEndMicrocodeLog log(1, 2, 3, 4, "event", longText, XMicrocodeLog::omitAllTraces, 0, "");
+                log.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
+                exception.setLogInfo(&log);
+                try {
+                    record(exception);
+                } catch (std::bad_alloc const&) {
+                    EXPECT_EQ(exception.isLogged(), 0);
+                    throw;
+                }
+            },
+            nothingToLookAt, Destroys::logs);
+    };
+    tryWith({"XBaseException::asLog()"}, [](XException& exception) {
+        exception.asLog();
+        EXPECT_EQ(exception.isLogged(), 1);
     });
+    tryWith({"XMicrocodeLog::log()", "XLog::log()"}, [](XException& exception) { exception.logInfo()->log(); });
 }
 
 // The functions that a list names but destructors, which have a test of their own below.
@@ -323,11 +300,11 @@ std::set<std::string> functionsIn(char const* path) {
 }
 
 TEST(Allocation, MayFailInEveryExportedFunction) {
-    setBacktrace(longText);
-    setFetchService([](char, char* buffer, unsigned) {
+    fake.backtrace = longText;
+    fake.fetch = [](char, char* buffer, unsigned) {
         buffer[0] = 'x';
         return 0;
-    });
+    };
     tryTrace();
     tryBlocks();
     tryDataItems();
@@ -338,8 +315,8 @@ TEST(Allocation, MayFailInEveryExportedFunction) {
     tryExceptions();
     tryTrapHandler();
     tryRecordings();
-    setBacktrace(nullptr);
-    setFetchService(nullptr);
+    fake.backtrace = nullptr;
+    fake.fetch = nullptr;
 
     std::set<std::string> const exported = functionsIn(EXPORTED_SYMBOLS);
     triedFunctions().merge(functionsIn(EXPECTED_FILES "/needs_no_memory.txt"));

@@ -24,23 +24,23 @@ PlainMicrocodeLog exampleLog() {
     return PlainMicrocodeLog(0x0A, 0xDE, 0x3000, 0x0030, 0x12345678, "EV", "T", XLog::error, 1, "ID");
 }
 TEST(MicrocodeLog, KeepsTheBacktraceOfItsBuilding) {
-    takeBacktraceRequests();
-    setBacktrace("0 main\n1 start");
+    std::exchange(fake.backtraceRequests, {});
+    fake.backtrace = "0 main\n1 start";
     PlainMicrocodeLog log(exampleLog());
     XMicrocodeLog const& defaulted = PlainMicrocodeLog();
     XEndMicrocodeLog const end;
-    EXPECT_EQ(takeBacktraceRequests(), (std::vector<int>{3, 3, 3}));
+    EXPECT_EQ(std::exchange(fake.backtraceRequests, {}), (std::vector<int>{3, 3, 3}));
     EXPECT_EQ(text(log.backtrace()), "0 main\n1 start");
     EXPECT_EQ(text(defaulted.backtrace()), text(end.backtrace()));
-    setBacktrace("0 other");
+    fake.backtrace = "0 other";
     Block block(log.asBinary());
     EXPECT_EQ(text(PlainMicrocodeLog(log).backtrace()), "0 main\n1 start");
     EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "0 main\n1 start\nDeserialized\n0 other");
-    EXPECT_EQ(takeBacktraceRequests(), std::vector<int>{3});
+    EXPECT_EQ(std::exchange(fake.backtraceRequests, {}), std::vector<int>{3});
     block[4] = 9;
     EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "");
-    EXPECT_EQ(takeBacktraceRequests(), std::vector<int>());
-    setBacktrace(nullptr);
+    EXPECT_EQ(std::exchange(fake.backtraceRequests, {}), std::vector<int>());
+    fake.backtrace = nullptr;
     block[4] = 3;
     EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "0 main\n1 start");
 }
@@ -155,14 +155,14 @@ struct RecordedItem {
 // Records the log and gives what the service saw.
 std::vector<RecordedItem> record(XMicrocodeLog& log) {
     std::vector<RecordedItem> items;
-    setRecordService([&](xlog_record_interface* given, int*) {
+    fake.record = [&](xlog_record_interface* given, int*) {
         for (auto const* entry = given->details; entry != nullptr; entry = entry->next) {
             items.push_back({entry->id, std::string(static_cast<char const*>(entry->data), entry->size)});
         }
         return 0;
-    });
+    };
     EXPECT_EQ(&log.log(), &log);
-    setRecordService(nullptr);
+    fake.record = nullptr;
     return items;
 }
 
@@ -176,9 +176,9 @@ TEST(MicrocodeLog, RecordsItsTextAndCodes) {
     // The second recording carries the item of the first.
     EXPECT_EQ(record(log).size(), 3u);
 
-    setBacktrace("0 main");
+    fake.backtrace = "0 main";
     PlainMicrocodeLog merged(10, 0xDE, 1, 0x30, 0, "", "", XLog::error, 0, "");
-    setBacktrace(nullptr);
+    fake.backtrace = nullptr;
     merged += PlainMicrocodeLog(11, 0xDF, 1, 0xABCD, -1, "", "", XLog::error, 0, "");
     merged.setErrorId(0x30).setErrorReason(0x12345678);
     EXPECT_EQ(record(merged),
@@ -218,9 +218,9 @@ TEST(MicrocodeLog, OwnsItsTemporaryItemsWhenRecordingThrows) {
     {
         PlainMicrocodeLog log(exampleLog());
         log.secondaryRefcodes()->emplace_back(1, 2, 3, 4);
-        setRecordService([](xlog_record_interface*, int*) -> int { throw 1; });
+        fake.record = [](xlog_record_interface*, int*) -> int { throw 1; };
         EXPECT_THROW(log.log(), int);
-        setRecordService(nullptr);
+        fake.record = nullptr;
         EXPECT_EQ(log.data()->size(), 3u);
     }
     EXPECT_EQ(liveAllocations(), live);
@@ -230,12 +230,12 @@ TEST(MicrocodeLog, TakesSnapshotsOfTheTraces) {
     std::string calls;
     std::string fill = "one\ntwo\n";
     int result = 0;
-    setFetchService([&](char which, char* buffer, unsigned size) {
+    fake.fetch = [&](char which, char* buffer, unsigned size) {
         calls += which + std::to_string(size) + " ";
         fill.resize(std::min<std::size_t>(fill.size(), size));
         std::copy(fill.begin(), fill.end(), buffer);
         return result;
-    });
+    };
     auto const take = [&](XMicrocodeLog::Attribute attributes, unsigned system, unsigned process, unsigned thread) {
         calls.clear();
         PlainMicrocodeLog log(1, 1, 1, 1, 1, "", "", attributes, 1, "");
@@ -265,7 +265,7 @@ TEST(MicrocodeLog, TakesSnapshotsOfTheTraces) {
     XEndMicrocodeLog const end(1, 2, 3, 4, "EV", "text", XLog::informational, 0, "id");
     ASSERT_EQ(end.data()->size(), 3u);
     EXPECT_EQ(bytesOf(*end.data()->front()), std::string("one\n\0", 5));
-    setFetchService(nullptr);
+    fake.fetch = nullptr;
 }
 
 TEST(EndMicrocodeLog, HasDefaultsOfItsOwn) {

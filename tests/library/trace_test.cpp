@@ -80,20 +80,23 @@ TEST(Trace, ListsEachOperation) {
     XLog target(*log);
     listing.add("A log is assigned", [&] { target = *log; });
     listing.add("A log is assigned to itself", [&, &self = target] { target = self; });
-    setRecordService([](xlog_record_interface*, int*) -> int { throw 1; });
+    fake.record = [](xlog_record_interface*, int*) -> int { throw 1; };
     listing.add("The service throws", [&] { EXPECT_THROW(target.log(), int); });
-    setRecordService(nullptr);
+    fake.record = nullptr;
 
     listing.add("An exception begins and ends", [] { XException("open failed", ZoException::recoverable, 0); });
     listing.add("One without a text", [] { XTrapException(static_cast<char*>(nullptr), 1); });
     XException thrown("open failed", ZoException::recoverable, 0);
-    setBacktrace("#0 main\n#1 start");
+    fake.backtrace = "#0 main\n#1 start";
     XEndMicrocodeLog backtraced(1, 2, 3, 4, "EV", "", XMicrocodeLog::omitAllTraces, 0, "ID");
-    setBacktrace(nullptr);
+    fake.backtrace = nullptr;
     thrown.addLocation(ZoExceptionLocation("mod_a", "f", 42));
     thrown.addLocation(ZoExceptionLocation("mod_b", nullptr, 1234567));
     thrown.setLogInfo(&backtraced);
     listing.add("It is written into the trace", [&] { EXPECT_EQ(&thrown.asTrace("MYCOMP", 'W'), &thrown); });
+    EXPECT_STREQ(thrown.asString(),
+                 "XException: open failed\n#0 main\n#1 start\n\nException Location Information\n"
+                 "  at Line:    42 in File: mod_a\n  at Line: 34567 in File: mod_b\n");
     thrown.setLogged(1);
     listing.add("It is recorded, but has been before", [&] { thrown.asLog(); });
 

@@ -11,6 +11,20 @@ namespace {
 
 void someExit(int, siginfo*, void*) {}
 
+std::string described(XException const& failure) {
+    ZoExceptionLocation const& location = *failure.locationAtIndex(0);
+    XMicrocodeLog const& log = *failure.logInfo();
+    EXPECT_EQ(failure.locationCount(), 1ul);
+    EXPECT_EQ(location.functionName(), nullptr);
+    EXPECT_STREQ(log.eventName(), "PCERROR");
+    char numbers[100];
+    std::snprintf(numbers, sizeof numbers, ":%lu, log %X %X %X %d:", location.lineNumber(), log.logType(), log.user(),
+                  log.errorId(), log.errorReason());
+    return location.fileName() + std::string(numbers) + (failure.isRecoverable() ? " recoverable" : "") +
+           (failure.isLogged() ? " logged" : "") + (log.isOwned() ? " owned" : "") + (log.isError() ? " error" : "") +
+           (log.isBacktrace() ? " backtrace" : "");
+}
+
 // Every way of failing, as a caller meets it.
 TEST(TrapHandler, ThrowsEveryFailureOfTheService) {
     struct {
@@ -18,26 +32,24 @@ TEST(TrapHandler, ThrowsEveryFailureOfTheService) {
         int src;
         int crc;
         char const* text;
-        bool isRecoverable;
-        int logged;
-        unsigned long line;
-        int user;
-        int errorId;
-        int owned;
+        char const* description;
     } const cases[] = {
-        {"setup", 3, 0, "Error in XTrapHandler::TrapHandler calling xpce_setup(src=3, crc=0 0x0)", false, 0, 81, 0xE007,
-         0x07E0, 1},
-        {"setup", 8, 255, "Error in XTrapHandler::TrapHandler calling xpce_setup(src=8, crc=255 0xFF)", false, 1, 81,
-         0xE007, 0x07E0, 1},
-        {"add", 12, 26, "Error in XTrapHandler::addUserExit(src=12, crc=26 0x1A)", false, 1, 139, 0xDE07, 0x07DE, 1},
-        {"add", 7, 0, "Error in XTrapHandler::addUserExit(src=7, crc=0 0x0)", true, 0, 134, 0xDE07, 0x07DE, 0},
-        {"remove", 12, 26, "Error in XTrapHandler::removeUserExit(src=12, crc=26 0x1A)", false, 1, 167, 0xDF07, 0x07DF,
-         1},
-        {"remove", 1, 0, "Error in XTrapHandler::removeUserExit(src=1, crc=0 0x0)", true, 0, 162, 0xDF07, 0x07DF, 0},
+        {"setup", 3, 0, "Error in XTrapHandler::TrapHandler calling xpce_setup(src=3, crc=0 0x0)",
+         "xtraphdr.cpp:81, log 3D E007 7E0 0: owned error backtrace"},
+        {"setup", 8, 255, "Error in XTrapHandler::TrapHandler calling xpce_setup(src=8, crc=255 0xFF)",
+         "xtraphdr.cpp:81, log 3D E007 7E0 255: logged owned error backtrace"},
+        {"add", 12, 26, "Error in XTrapHandler::addUserExit(src=12, crc=26 0x1A)",
+         "xtraphdr.cpp:139, log 3D DE07 7DE 26: logged owned error backtrace"},
+        {"add", 7, 0, "Error in XTrapHandler::addUserExit(src=7, crc=0 0x0)",
+         "xtraphdr.cpp:134, log 3D DE07 7DE 0: recoverable"},
+        {"remove", 12, 26, "Error in XTrapHandler::removeUserExit(src=12, crc=26 0x1A)",
+         "xtraphdr.cpp:167, log 3D DF07 7DF 26: logged owned error backtrace"},
+        {"remove", 1, 0, "Error in XTrapHandler::removeUserExit(src=1, crc=0 0x0)",
+         "xtraphdr.cpp:162, log 3D DF07 7DF 0: recoverable"},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.text);
-        scriptTrapService(c.call, c.src, c.crc);
+        fake.trapFailure = {c.call, c.src, c.crc};
         clearTrace();
         try {
             if (std::string(c.call) == "remove") {
@@ -48,45 +60,31 @@ TEST(TrapHandler, ThrowsEveryFailureOfTheService) {
             ADD_FAILURE() << "nothing was thrown";
         } catch (XException const& failure) {
             EXPECT_STREQ(failure.text(), c.text);
-            EXPECT_EQ(failure.isRecoverable(), c.isRecoverable);
-            EXPECT_EQ(failure.isLogged(), c.logged);
-            ASSERT_EQ(failure.locationCount(), 1ul);
-            EXPECT_STREQ(failure.locationAtIndex(0)->fileName(), "xtraphdr.cpp");
-            EXPECT_EQ(failure.locationAtIndex(0)->functionName(), nullptr);
-            EXPECT_EQ(failure.locationAtIndex(0)->lineNumber(), c.line);
-            XMicrocodeLog const& log = *failure.logInfo();
-            EXPECT_EQ(log.logType(), 0x3D);
-            EXPECT_EQ(log.user(), c.user);
-            EXPECT_EQ(log.errorId(), c.errorId);
-            EXPECT_EQ(log.errorReason(), c.crc);
-            EXPECT_STREQ(log.eventName(), "PCERROR");
-            EXPECT_EQ(log.isOwned(), c.owned);
-            EXPECT_EQ(log.isError(), c.isRecoverable ? 0 : 1);
-            EXPECT_EQ(log.isBacktrace(), c.isRecoverable ? 0 : 1);
+            EXPECT_EQ(described(failure), c.description);
         }
         EXPECT_NE(tracedText().find(std::string("XPCE___F: XException: ") + c.text), std::string::npos);
         EXPECT_EQ(tracedText().find("XPCE___T: < XTrapHandler::XTrapHandler"), std::string::npos);
     }
-    scriptTrapService("", 0, 0);
+    fake.trapFailure = {};
 }
 
 TEST(TrapHandler, UsesTheServiceInOrder) {
-    takeTrapCalls();
+    std::exchange(fake.trapCalls, {});
     { XTrapHandler const handler(XTrapHandler::serviceProcess, someExit); }
-    EXPECT_EQ(takeTrapCalls(), "setup(2) add remove unset ");
+    EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(2) add remove unset ");
     { XTrapHandler const handler(XTrapHandler::applicationProcess, nullptr); }
-    EXPECT_EQ(takeTrapCalls(), "setup(1) unset ");
-    scriptTrapService("add", 9, 9);
+    EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(1) unset ");
+    fake.trapFailure = {"add", 9, 9};
     EXPECT_THROW(XTrapHandler(XTrapHandler::applicationProcess, someExit), XException);
-    EXPECT_EQ(takeTrapCalls(), "setup(1) add ");
-    scriptTrapService("", 0, 0);
+    EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(1) add ");
+    fake.trapFailure = {};
 }
 
 TEST(TrapHandler, DestructorThrowsOnlyWhenItMay) {
-    scriptTrapService("remove", 9, 9);
-    takeTrapCalls();
+    fake.trapFailure = {"remove", 9, 9};
+    std::exchange(fake.trapCalls, {});
     EXPECT_THROW(XTrapHandler(XTrapHandler::applicationProcess, someExit), XException);
-    EXPECT_EQ(takeTrapCalls(), "setup(1) add remove ");
+    EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(1) add remove ");
     clearTrace();
     try {
         XTrapHandler const handler(XTrapHandler::applicationProcess, someExit);
@@ -94,7 +92,7 @@ TEST(TrapHandler, DestructorThrowsOnlyWhenItMay) {
     } catch (int value) {
         EXPECT_EQ(value, 42);
     }
-    EXPECT_EQ(takeTrapCalls(), "setup(1) add remove unset ");
+    EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(1) add remove unset ");
     EXPECT_NE(tracedText().find("XPCE___F: XException: Error in XTrapHandler::removeUserExit(src=9, crc=9 0x9)"),
               std::string::npos);
     EXPECT_THROW(
@@ -104,7 +102,7 @@ TEST(TrapHandler, DestructorThrowsOnlyWhenItMay) {
         },
         std::bad_alloc);
     failAllocation(0);
-    scriptTrapService("", 0, 0);
+    fake.trapFailure = {};
 }
 
 }  // namespace

@@ -2,8 +2,7 @@
 
 #include "ringfixture.h"
 
-#include <sys/ptrace.h>
-#include <sys/user.h>
+#include <ucontext.h>
 #include <cerrno>
 
 #include "common/statefolder.h"
@@ -79,77 +78,57 @@ TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {
               }));
 }
 
-/// A process that writes a line when told to, and halts when it has looked at a slot.
-class HaltingWriter {
-public:
-    HaltingWriter()
-        : pid_(start([] {
-              xtr_trace("first");
-              ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-              for (;;) {
-                  raise(SIGSTOP);
-                  xtr_trace("line");
-              }
-          })) {
-        waitpid(pid_, nullptr, 0);
-    }
-    ~HaltingWriter() { killAndWait(pid_); }
-    HaltingWriter(HaltingWriter const&) = delete;
-    HaltingWriter& operator=(HaltingWriter const&) = delete;
+zelq::RingSlot* watched;
+std::uint64_t taken;
+constexpr greg_t singleStep = 0x100;  // a flag of the processor: a signal behind each instruction
 
-    /// Runs until the first instruction is done that reads or writes the slot's control word.
-    void runToSlot(std::size_t index) {
-        constexpr unsigned long accessesOfFourBytes = 1 | 3 << 16 | 3 << 18;
-        std::size_t const registers = offsetof(struct user, u_debugreg);
-        unsigned long const address = slots() + index * zelq::ringSlotSize;
-        ASSERT_EQ(0, ptrace(PTRACE_POKEUSER, pid_, registers, address));
-        ASSERT_EQ(0, ptrace(PTRACE_POKEUSER, pid_, registers + 7 * sizeof(long), accessesOfFourBytes));
-        ASSERT_EQ(SIGTRAP, resume()) << "no watchpoint";
-    }
-    void finishLine() {
-        int signal = SIGTRAP;
-        while (signal == SIGTRAP) {
-            signal = resume();
+greg_t& processorFlags(void* context) {
+    return static_cast<ucontext_t*>(context)->uc_mcontext.gregs[REG_EFL];
+}
+
+void letOneInstructionAtIt(int, siginfo_t*, void* context) {
+    mprotect(watched, zelq::ringPageSize, PROT_READ | PROT_WRITE);
+    processorFlags(context) |= singleStep;
+}
+
+void takeIt(int, siginfo_t*, void* context) {
+    EXPECT_FALSE(zelq::isBusy(watched->control)) << "not only looked at";
+    watched->control = taken;
+    processorFlags(context) &= ~singleStep;
+}
+
+// In the library's own mapping, whose first page is the one that it may not write to.
+zelq::RingSlot* slotsOfLibrary() {
+    std::istringstream maps(contents("/proc/self/maps"));
+    for (std::string line; std::getline(maps, line);) {
+        if (line.find(" rw-s 00001000 ") != std::string::npos && line.find("/ring") != std::string::npos) {
+            return reinterpret_cast<zelq::RingSlot*>(std::stoul(line, nullptr, 16) + zelq::ringHeaderSize -
+                                                     zelq::ringPageSize);
         }
-        ASSERT_EQ(SIGSTOP, signal);
     }
-
-private:
-    int resume() {
-        int status = 0;
-        EXPECT_EQ(0, ptrace(PTRACE_CONT, pid_, nullptr, nullptr));
-        EXPECT_EQ(pid_, waitpid(pid_, &status, 0));
-        return WIFSTOPPED(status) ? WSTOPSIG(status) : 0;
-    }
-
-    // In its own mapping, whose first page is the one that it may not write to.
-    unsigned long slots() const {
-        std::ifstream maps("/proc/" + std::to_string(pid_) + "/maps");
-        for (std::string line; std::getline(maps, line);) {
-            if (line.find(" rw-s 00001000 ") != std::string::npos && line.find("/ring") != std::string::npos) {
-                return std::stoul(line, nullptr, 16) + zelq::ringHeaderSize - zelq::ringPageSize;
-            }
-        }
-        ADD_FAILURE() << "no ring";
-        return 0;
-    }
-
-    pid_t pid_;
-};
+    return nullptr;
+}
 
 TEST_F(Ring, ASlotThatLooksFreeMayHaveBeenTakenMeanwhile) {
     makeSmallRing();
-    HaltingWriter writer;
-    std::uint64_t const ticket = header()->nextTicket;
-    zelq::RingSlot& slot = slots()[ticket % smallRing];
-    writer.runToSlot(ticket % smallRing);
-    ASSERT_EQ(ticket + 1, header()->nextTicket);
-    ASSERT_FALSE(zelq::isBusy(slot.control)) << "not only looked at";
-    std::uint64_t const taken = zelq::slotControl(ticket / smallRing, static_cast<std::uint32_t>(getpid()), true);
-    slot.control = taken;
-    writer.finishLine();
-    EXPECT_EQ(taken, slot.control);
-    EXPECT_EQ(ticket + 1, slots()[(ticket + 1) % smallRing].ticket) << "the line went nowhere";
+    std::uint64_t const ticket = 3 * smallRing;  // its slot begins a page
+    header()->nextTicket = ticket;
+    EXPECT_EQ(0, inChild([&] {
+                  xtr_trace_cb(0, nullptr);
+                  watched = slotsOfLibrary();
+                  ASSERT_NE(nullptr, watched);
+                  taken = zelq::slotControl(3, static_cast<std::uint32_t>(getpid()), true);
+                  struct sigaction action {};
+                  action.sa_flags = SA_SIGINFO;
+                  action.sa_sigaction = letOneInstructionAtIt;
+                  sigaction(SIGSEGV, &action, nullptr);
+                  action.sa_sigaction = takeIt;
+                  sigaction(SIGTRAP, &action, nullptr);
+                  mprotect(watched, zelq::ringPageSize, PROT_NONE);
+                  xtr_trace("line");
+                  EXPECT_EQ(taken, watched->control);
+              }));
+    EXPECT_EQ(ticket + 1, slots()[1].ticket) << "the line went nowhere";
 }
 
 std::string folderFor(zelq::FolderUse use) {

@@ -40,14 +40,6 @@ inline Lines newest(RingReader& reader, std::size_t count, TraceFilter const& fi
     return lines;
 }
 
-inline std::vector<std::string> texts(Lines const& lines) {
-    std::vector<std::string> result;
-    for (TraceEntry const& entry : lines) {
-        result.emplace_back(entry.line());
-    }
-    return result;
-}
-
 // A line that shows whether it is whole: writer, number, then one letter as often as both say.
 inline std::string checkedLine(unsigned writer, unsigned number) {
     std::string line = std::to_string(writer) + " " + std::to_string(number) + " ";

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <ctime>
@@ -141,18 +142,26 @@ TEST_F(Ring, SnapshotIsTextWhateverWasTraced) {
               }));
 }
 
-TEST_F(Ring, SnapshotHasNoTornRows) {
+// Two writers meet the readers in the same slots, which are read in memory and in the file.
+TEST_F(Ring, IsNeverReadWhileALineChanges) {
     setenv("ZELQ_RING_SIZE", "64K", 1);
     EXPECT_EQ(0, inChild([] {
                   alarm(60);
+                  xtr_trace(checkedLine(1, 0).c_str());
                   start([] { writeChecked(1, UINT_MAX); });  // the writers end with this process
                   start([] { writeChecked(2, UINT_MAX); });
-                  for (std::size_t rows = 0; rows < 400000;) {
+                  RingReader reader;
+                  ASSERT_EQ(0, reader.open());
+                  Lines lines(250);
+                  for (std::size_t rows = 0, inFile = 0; rows < 400000 || inFile < 100000;) {
                       for (std::string const& row : snapshot(everybodys, 250, 250)) {
                           TraceEntry line{};
                           line.length = static_cast<unsigned>(row.copy(line.text, 199, row.find(' ', timeWidth) + 1));
                           rows += checkLine(line).writer;
                       }
+                      std::size_t const count = reader.follow({}, lines.data(), lines.size()).count;
+                      std::for_each_n(lines.begin(), count, checkLine);
+                      inFile += count;
                   }
               }));
 }

@@ -4,7 +4,6 @@
 #include <cctype>
 #include <cstring>
 #include <string_view>
-#include <utility>
 
 #include "support/failingnew.h"
 #include "zelqplatform/memdebug_service.h"
@@ -18,27 +17,16 @@ std::vector<TraceCall>& calls() {
     return *all;
 }
 
-Keep kept = Keep::everything;
-std::function<int(xlog_record_interface*, int*)> recordService;
-std::function<int(char, char*, unsigned)> fetchService;
-char const* backtrace = nullptr;
-void const* unreadable = nullptr;
-std::string scriptedCall;
-int scriptedSrc = 0;
-int scriptedCrc = 0;
-std::string trapCalls;
-
 int trapService(std::string const& call, std::string const& argument, int* crc) {
     NoFailingNew const allowed;
-    trapCalls += call + argument + " ";
-    bool const isScripted = call == scriptedCall;
-    *crc = isScripted ? scriptedCrc : 0;
-    return isScripted ? scriptedSrc : 0;
+    fake.trapCalls += call + argument + " ";
+    bool const fails = call == fake.trapFailure.call;
+    *crc = fails ? fake.trapFailure.crc : 0;
+    return fails ? fake.trapFailure.src : 0;
 }
-std::vector<int> backtraceRequests;
 
 int fetch(char which, char* buffer, unsigned size) {
-    return fetchService ? fetchService(which, buffer, size) : -1;
+    return fake.fetch ? fake.fetch(which, buffer, size) : -1;
 }
 
 // The prefix of a line has 10 characters, the level is the one at 7.
@@ -50,7 +38,7 @@ bool isReport(std::string_view line) {
 void add(TraceCall::Function function, unsigned int handle, char const* line, void const* data = nullptr,
          unsigned long length = 0) {
     NoFailingNew const allowed;
-    if (kept == Keep::everything || (kept == Keep::reports && isReport(line))) {
+    if (fake.keep == FakeServices::everything || (fake.keep == FakeServices::reports && isReport(line))) {
         calls().push_back({function, handle, line, data, length});
     }
 }
@@ -108,44 +96,10 @@ std::vector<std::string> reportedLines() {
     return lines;
 }
 
-void keepTrace(Keep keep) {
-    kept = keep;
-}
-
-void setRecordService(std::function<int(xlog_record_interface*, int*)> service) {
-    recordService = std::move(service);
-}
-
-void setBacktrace(char const* text) {
-    backtrace = text;
-}
-
-std::vector<int> takeBacktraceRequests() {
-    return std::exchange(backtraceRequests, {});
-}
-
-void setFetchService(std::function<int(char, char*, unsigned)> service) {
-    fetchService = std::move(service);
-}
-
-void setUnreadable(void const* address) {
-    unreadable = address;
-}
-
-void scriptTrapService(char const* call, int src, int crc) {
-    scriptedCall = call;
-    scriptedSrc = src;
-    scriptedCrc = crc;
-}
-
-std::string takeTrapCalls() {
-    return std::exchange(trapCalls, {});
-}
-
 extern "C" {
 
 int xpce_ckptr(void const* address, unsigned long length, int* code) {
-    bool const isReadable = address != nullptr && address != unreadable && length == 8;
+    bool const isReadable = address != nullptr && address != fake.unreadable && length == 8;
     *code = isReadable ? 0 : 14;
     return *code;
 }
@@ -188,13 +142,13 @@ int xtr_dump_bytes_cb(unsigned int handle, char const* label, void const* data, 
 
 int xlog_record(xlog_record_interface* record, int* crc) {
     *crc = 0;
-    return recordService ? recordService(record, crc) : 0;
+    return fake.record ? fake.record(record, crc) : 0;
 }
 
 int xlog_get_backtrace(char** text, int frames, int*) {
     NoFailingNew const allowed;
-    backtraceRequests.push_back(frames);
-    *text = backtrace == nullptr ? nullptr : strdup(backtrace);
+    fake.backtraceRequests.push_back(frames);
+    *text = fake.backtrace == nullptr ? nullptr : strdup(fake.backtrace);
     return 0;
 }
 

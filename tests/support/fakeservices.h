@@ -3,12 +3,39 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zelqplatform/errorlog_service.h"
 
 // The trace and error-log services as the test program defines them. An executable comes first in
 // symbol look-up, so the library under test calls these.
+
+/// What the services do, for a test to change, and what they noted.
+struct FakeServices {
+    /// What of the trace is kept from now on. Long runs do without the lines that everything writes.
+    enum Keep { everything, reports, nothing } keep = everything;
+
+    std::function<int(xlog_record_interface*, int*)> record;  ///< xlog_record; it may throw
+
+    char const* backtrace = nullptr;     ///< the text that xlog_get_backtrace gives; null when it has none
+    std::vector<int> backtraceRequests;  ///< the numbers of frames that it was asked to leave out
+
+    void const* unreadable = nullptr;  ///< the one address that xpce_ckptr says cannot be read, beside null
+
+    /// The results of one function of the program-check exit service; all others succeed.
+    struct {
+        std::string call;  ///< "setup", "add", "remove"
+        int src = 0;
+        int crc = 0;
+    } trapFailure;
+    std::string trapCalls;  ///< the calls of that service in their order: "setup(2) add remove unset "
+
+    /// What the three fetches put into the buffer of the given size, and their result. They tell in
+    /// `which` whether they were called for the system ('s'), the process ('p') or the thread ('t').
+    std::function<int(char which, char* buffer, unsigned size)> fetch;
+};
+inline FakeServices fake;
 
 /// One call of the trace service.
 struct TraceCall {
@@ -29,32 +56,5 @@ std::string tracedText();
 
 /// The lines at levels other than 'D' that belong to no scope: what readers report.
 std::vector<std::string> reportedLines();
-
-/// What of the trace is kept from now on. Long runs do without the lines that everything writes.
-enum class Keep { everything, reports, nothing };
-void keepTrace(Keep keep);
-
-/// What xlog_record does from now on; it may throw.
-void setRecordService(std::function<int(xlog_record_interface*, int*)> service);
-
-/// The text that xlog_get_backtrace gives from now on; null when it has none.
-void setBacktrace(char const* text);
-
-/// The numbers of frames that xlog_get_backtrace was asked to leave out, and an end to the record.
-std::vector<int> takeBacktraceRequests();
-
-/// The one address that xpce_ckptr says cannot be read, beside null.
-void setUnreadable(void const* address);
-
-/// Makes the calls of one function ("setup", "add", "remove") of the program-check exit service give
-/// this result; all others succeed.
-void scriptTrapService(char const* call, int src, int crc);
-
-/// The calls of that service in their order, and an end to the record: "setup(2) add remove unset ".
-std::string takeTrapCalls();
-
-/// What the three fetches put into the buffer of the given size, and their result. They tell in
-/// `which` whether they were called for the system ('s'), the process ('p') or the thread ('t').
-void setFetchService(std::function<int(char which, char* buffer, unsigned size)> service);
 
 #endif

@@ -76,10 +76,10 @@ inline Bytes richBlock(Kind kind) {
     }
     XLogData const item(bytes.data(), bytes.size(), 0x1234);
     XMicrocodeLogData const textItem(text.data(), text.size(), XMicrocodeLogData::textFormat);
-    setBacktrace("#0  main\n#1  start");
+    fake.backtrace = "#0  main\n#1  start";
     XEndMicrocodeLog rich(0x22, 0x3344, 0x5566, -2, "EVENT", "two\nlines \x1b[31m",
                           XMicrocodeLog::omitAllTraces | XMicrocodeLog::rebootSystem, 3, "log id");
-    setBacktrace(nullptr);
+    fake.backtrace = nullptr;
     rich.addData(item).addData(textItem).addData(XLogData(rows.data(), rows.size() + 1, 237));
     rich.secondaryRefcodes()->emplace_back(0x77, 0x88, 0x99AA, 0x0BCCDDEE);
     rich.secondaryRefcodes()->emplace_back(10, 6, 7, -8);
@@ -103,7 +103,7 @@ inline Bytes richBlock(Kind kind) {
 /// object, but what it writes is whole: it rebuilds without complaint, and is written the same again.
 inline Bytes roundTrip(Kind kind, Bytes const& bytes, std::string& wrong) {
     GuardedBlock const block(bytes);
-    keepTrace(Keep::reports);
+    fake.keep = FakeServices::reports;
     clearTrace();
     Bytes const once = toBytes(rewritten(kind, block.get()));
     // A child has 8 bytes at least and is worth two lines at most, and so are the few outer headers.
@@ -114,7 +114,7 @@ inline Bytes roundTrip(Kind kind, Bytes const& bytes, std::string& wrong) {
         wrong = "the block was written to";
     }
     GuardedBlock const written(once);
-    setBacktrace(nullptr);  // each reading process adds its own
+    fake.backtrace = nullptr;  // each reading process adds its own
     clearTrace();
     Bytes const twice = toBytes(rewritten(kind, written.get()));
     if (!reportedLines().empty()) {
@@ -124,7 +124,7 @@ inline Bytes roundTrip(Kind kind, Bytes const& bytes, std::string& wrong) {
         wrong = "written another time it is\n" + toHex(twice.data(), twice.size()) + " and not\n" +
                 toHex(once.data(), once.size());
     }
-    keepTrace(Keep::everything);
+    fake.keep = FakeServices::everything;
     return once;
 }
 
