@@ -68,6 +68,20 @@ TEST(Log, AssignmentKeepsTheReservedWords) {
     EXPECT_EQ(hexOf(target), hexOf(expected));
 }
 
+TEST(Log, AssignmentLeavesWhatADerivedClassKeeps) {
+    struct KeepingLog : XLog {
+        XLog& removeAllData() override { return XLog::removeAllData().addData(XLogData(word, 1, user())); }
+    } keeping;
+    keeping.addData(XLogData(word, 1, 1));
+    XLog source(exampleLog());
+    source.addData(XLogData(word, 1, 2));
+    XLog& target = keeping;
+    target = source;
+    ASSERT_EQ(target.data()->size(), 2u);
+    EXPECT_EQ(target.data()->front()->blockId(), source.user()) << "the fields come first";
+    EXPECT_EQ(target.data()->back()->blockId(), 2);
+}
+
 TEST(Log, ChainsItsSetters) {
     XLog log;
     log.setLogClass(255).setLogType(254).setUser(65535).setEventName(nullptr).setLogId("id").setSeverity(1);
