@@ -13,12 +13,24 @@
 
 namespace {
 
+// What a line or a label is made in was used before.
+[[gnu::noinline]] void fillTheStack() {
+    char volatile used[4096];
+    for (char volatile& byte : used) {
+        byte = 'x';
+    }
+}
+
 class Listing {
 public:
     template <class Operation>
     void add(char const* title, Operation operation) {
         clearTrace();
+        fillTheStack();
         operation();
+        for (TraceCall const& call : traceCalls()) {
+            EXPECT_EQ(call.last, '\0') << call.line;
+        }
         text_ += text_.empty() ? "" : "\n";
         text_ += "# " + std::string(title) + "\n" + tracedText();
     }
