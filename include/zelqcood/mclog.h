@@ -160,7 +160,7 @@ private:
     };
     class ZELQ_LOCAL Rollback;
 
-    ZELQ_LOCAL ZoString captureBacktrace() const;
+    ZELQ_LOCAL void captureBacktrace(char const* heading);
     ZELQ_LOCAL void takeOverReferenceCode(XMicrocodeLog const& other);
     ZELQ_LOCAL void mergeItem(XLogData const& item);
     ZELQ_LOCAL bool hasReferenceCode() const;

@@ -43,6 +43,19 @@ TEST(MicrocodeLog, KeepsTheBacktraceOfItsBuilding) {
     setBacktrace(nullptr);
     block[4] = 3;
     EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "0 main\n1 start");
+    setBacktrace("");
+    EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "0 main\n1 start\nDeserialized\n");
+    setBacktrace(nullptr);
+}
+
+TEST(MicrocodeLog, WritesItsTextsToTheirEnds) {
+    struct ZeroesLog : PlainMicrocodeLog {
+        ZoString text() const override { return ZoString("a\0b", 3); }
+        ZoString backtrace() const override { return ZoString("\0", 1); }
+    };
+    Block const block(ZeroesLog().asBinary());
+    EXPECT_EQ(toHex(block.get() + 26, 12), "0C 00 00 00 01 00 01 00 61 00 62 00");
+    EXPECT_EQ(toHex(block.get() + 38, 10), "0A 00 00 00 02 00 01 00 00 00");
 }
 
 TEST(MicrocodeLog, AddsItsFlagsToTheAttributes) {
