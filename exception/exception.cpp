@@ -51,11 +51,11 @@ XBaseException::XBaseException(ZoException const& other) : ZoException(other), n
 }
 
 XBaseException::XBaseException(XBaseException const& other)
-    : ZoException(other), name_(other.name_), logged_(other.logged_) {
+    : ZoException(other),
+      name_(other.name_),
+      logged_(other.logged_),
+      logInfo_(other.logInfo_ ? other.logInfo_->clone() : nullptr) {
     TraceScope const scope(copyLine);
-    if (other.logInfo_) {
-        logInfo_.reset(other.logInfo_->clone());
-    }
     locationNames_.reserve(other.locationNames_.size());
     for (unsigned long i = 0; i < other.locationNames_.size(); ++i) {
         LocationNames const& names = other.locationNames_[i];

@@ -17,6 +17,10 @@ std::string text(ZoString const& string) {
     return std::string(static_cast<char const*>(string));
 }
 
+std::string bytesOf(XLogData const& item) {
+    return std::string(static_cast<char const*>(item.data()), item.size());
+}
+
 XEndMicrocodeLog exampleLog(char const* logText) {
     return XEndMicrocodeLog(0xDE, 0x3000, 0x30, 7, "EV", logText, XMicrocodeLog::omitAllTraces, 0, "ID");
 }
@@ -164,10 +168,22 @@ TEST(Exception, IsRecordedOnce) {
     exception.asLog();
     EXPECT_EQ(records, 1);
 
+    struct LookingException : XException {
+        using XException::XException;
+        ZoString asString() const override {
+            seen = bytesOf(*data(1));
+            return XException::asString();
+        }
+        mutable std::string seen;
+    } looking("abc", ZoException::recoverable, 0);
+    looking.asLog();
+    EXPECT_EQ(looking.seen, "Exception logged without a log object");
+    EXPECT_EQ(records, 2);
+
     XEndMicrocodeLog silent = exampleLog("");
     exception.setLogInfo(&silent).setLogged(0);
     exception.asLog();
-    EXPECT_EQ(records, 2);
+    EXPECT_EQ(records, 3);
     EXPECT_EQ(items.size(), 2u);
     EXPECT_EQ(text(exception.logInfo()->text()), "");
 

@@ -109,6 +109,17 @@ TEST(Trace, ListsEachOperation) {
     thrown.setLogged(1);
     listing.add("It is recorded, but has been before", [&] { thrown.asLog(); });
 
+    struct TracedLog : XEndMicrocodeLog {
+        XEndMicrocodeLog* clone() override {
+            XTrace::write("MYCOMP", 'W', "clone");
+            return new TracedLog(*this);
+        }
+    } traced;
+    thrown.setLogInfo(&traced);
+    std::unique_ptr<XException> copy;
+    listing.add("It is copied, with a log of a class of the program's own",
+                [&] { copy = std::make_unique<XException>(thrown); });
+
     listing.add("A trap handler begins and ends",
                 [] { XTrapHandler const handler(XTrapHandler::serviceProcess, [](int, siginfo*, void*) {}); });
     EXPECT_EQ(listing.text(), contents(EXPECTED_FILES "/trace.txt"));
