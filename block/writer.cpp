@@ -25,7 +25,7 @@ BlockWriter& BlockWriter::addText(unsigned short type, char const* text) {
 }
 
 BlockWriter& BlockWriter::addText(unsigned short type, ZoString const& text) {
-    return addLeaf(type, static_cast<char const*>(text), std::size_t{text.length()} + 1);
+    return addLeaf(type, static_cast<char const*>(text), text.length() + 1);
 }
 
 BlockWriter& BlockWriter::addOwned(unsigned char* block) {

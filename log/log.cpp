@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 
@@ -322,6 +323,10 @@ XLog& XLog::log() {
         xlog_detail_entry* entry = entries.get();
         for (XLogData const* item : *data_) {
             if (item->size() == 0) {
+                continue;
+            }
+            if (item->size() > std::numeric_limits<std::uint32_t>::max()) {
+                traceLine(_traceMask, 'F', "Error item of ", item->size(), " bytes is too large for detlog");
                 continue;
             }
             entry->size = static_cast<std::uint32_t>(item->size());

@@ -280,6 +280,7 @@ TEST(MicrocodeLogData, StoresTheZeroByteOfATextOnly) {
     EXPECT_EQ(text.format(), XMicrocodeLogData::textFormat);
     EXPECT_EQ(XMicrocodeLogData(nullptr, 0, XMicrocodeLogData::textFormat).size(), 0ul);
     EXPECT_EQ(XMicrocodeLogData(word, 5, XMicrocodeLogData::binaryFormat).size(), 5ul);
+    EXPECT_THROW(XMicrocodeLogData(word, ~0ul, XMicrocodeLogData::textFormat), std::bad_alloc);
     XMicrocodeLogData other(word, 5, 0x42);
     EXPECT_EQ(other.size(), 5ul);
     EXPECT_EQ(other.format(), XMicrocodeLogData::binaryFormat);
