@@ -99,6 +99,30 @@ TEST(Exception, SharesNothingWhenThrown) {
     EXPECT_EQ(liveAllocations(), live);
 }
 
+// The names that came out of its block stay behind then.
+TEST(Exception, IsCopiedAfterAnAssignmentOverItsLocations) {
+    XException source("abc", ZoException::recoverable, 0);
+    source.addLocation(ZoExceptionLocation("mod_a", "f", 1));
+    source.addLocation(ZoExceptionLocation("mod_b", "g", 2));
+    Block const block(source.asBinary());
+    for (unsigned long const count : {0ul, 1ul, 3ul}) {
+        ZoException other("other", 0, ZoException::recoverable);
+        for (unsigned long line = 1; line <= count; ++line) {
+            other.addLocation(ZoExceptionLocation("new", nullptr, line));
+        }
+        auto rebuilt = std::make_unique<XException>(block.get());
+        static_cast<ZoException&>(*rebuilt) = other;
+        XException const copy(*rebuilt);
+        rebuilt.reset();
+        ASSERT_EQ(copy.locationCount(), count);
+        for (unsigned long i = 0; i < count; ++i) {
+            EXPECT_STREQ(copy.locationAtIndex(i)->fileName(), "new");
+            EXPECT_EQ(copy.locationAtIndex(i)->functionName(), nullptr);
+            EXPECT_EQ(copy.locationAtIndex(i)->lineNumber(), i + 1);
+        }
+    }
+}
+
 TEST(Exception, ReadsWhatIsOdd) {
     XException exception("abc", ZoException::recoverable, 9);
     exception.addLocation(ZoExceptionLocation("mod_a", "f", 42));
