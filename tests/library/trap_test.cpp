@@ -76,6 +76,8 @@ TEST(TrapHandler, UsesTheServiceInOrder) {
     EXPECT_EQ(takeTrapCalls(), "setup(2) add remove unset ");
     { XTrapHandler const handler(XTrapHandler::applicationProcess, nullptr); }
     EXPECT_EQ(takeTrapCalls(), "setup(1) unset ");
+    { XTrapHandler const handler(XTrapHandler::ProcessType{0xFFFF}, nullptr); }  // known to the service alone
+    EXPECT_EQ(takeTrapCalls(), "setup(65535) unset ");
     scriptTrapService("add", 9, 9);
     EXPECT_THROW(XTrapHandler(XTrapHandler::applicationProcess, someExit), XException);
     EXPECT_EQ(takeTrapCalls(), "setup(1) add ");
