@@ -24,6 +24,10 @@ BlockWriter& BlockWriter::addText(unsigned short type, char const* text) {
     return addLeaf(type, text, text == nullptr ? 0 : std::strlen(text) + 1);
 }
 
+BlockWriter& BlockWriter::addText(unsigned short type, ZoString const& text) {
+    return addLeaf(type, static_cast<char const*>(text), text.length() + 1);
+}
+
 BlockWriter& BlockWriter::addOwned(unsigned char* block) {
     std::unique_ptr<unsigned char[]> const owned(block);
     addBlock(&block_, block);

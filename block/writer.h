@@ -4,6 +4,7 @@
 #include <cstddef>
 
 #include "block/packedfields.h"
+#include "zelqplatform/zostring.h"
 
 /// A block under construction. It owns the block until release(), so that an allocation that
 /// fails half-way leaks nothing. All appending goes through the public block functions, whose
@@ -26,6 +27,9 @@ public:
 
     /// Appends the characters and their zero byte as a leaf; null gives an empty body.
     BlockWriter& addText(unsigned short type, char const* text);
+
+    /// The same for a string, whose characters may be zero bytes.
+    BlockWriter& addText(unsigned short type, ZoString const& text);
 
     /// Appends a whole block and releases it, whether or not appending succeeds.
     BlockWriter& addOwned(unsigned char* block);

@@ -1,5 +1,6 @@
 #include "zelqcood/exception.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -51,18 +52,20 @@ XBaseException::XBaseException(ZoException const& other) : ZoException(other), n
 }
 
 XBaseException::XBaseException(XBaseException const& other)
-    : ZoException(other), name_(other.name_), logged_(other.logged_) {
+    : ZoException(other),
+      name_(other.name_),
+      logged_(other.logged_),
+      logInfo_(other.logInfo_ ? other.logInfo_->clone() : nullptr) {
     TraceScope const scope(copyLine);
-    if (other.logInfo_) {
-        logInfo_.reset(other.logInfo_->clone());
-    }
-    locationNames_.reserve(other.locationNames_.size());
-    for (unsigned long i = 0; i < other.locationNames_.size(); ++i) {
-        LocationNames const& names = other.locationNames_[i];
-        LocationNames copies;
-        copies.file.reset(duplicate(names.file.get()));
-        copies.function.reset(duplicate(names.function.get()));
+    // A platform exception may have been assigned over the locations that had these names: what they tell
+    // now is what is copied.
+    std::size_t const owned = std::min<std::size_t>(other.locationNames_.size(), locationCount());
+    locationNames_.reserve(owned);
+    for (unsigned long i = 0; i < owned; ++i) {
         ZoExceptionLocation& location = *locationAtIndex(i);
+        LocationNames copies;
+        copies.file.reset(duplicate(location.fileName()));
+        copies.function.reset(duplicate(location.functionName()));
         location = ZoExceptionLocation(copies.file.get(), copies.function.get(), location.lineNumber());
         locationNames_.push_back(std::move(copies));
     }

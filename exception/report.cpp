@@ -96,13 +96,12 @@ XBaseException& XBaseException::asLog() {
     }
     XMicrocodeLog& log = *logInfo_;
     ZoString const savedText = log.text();
-    ZoString const rendering = asString();
     {
         std::optional<TextInFront> front;
         if (savedText.length() != 0) {
             front.emplace(log, savedText);
         }
-        log.setText(rendering);
+        log.setText(asString());
         if (front) {
             front->setRecording(true);
         }

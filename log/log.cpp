@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <new>
 
 #include "block/reader.h"
 #include "block/writer.h"
 #include "log/layout.h"
+#include "log/rollback.h"
 #include "trace/message.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -120,15 +122,17 @@ XLog& XLog::operator=(XLog const& other) {
     if (this == &other) {
         return *this;
     }
-    // First all that can fail, so that the log keeps its state when memory runs out.
+    // The clones are made first: what is removed could not be put back if there were no memory for them.
+    Rollback rollback(*this);
+    OwnedItems clones;
+    appendClones(clones.list, *other.data_);
     Fields fields(other.fields_);
     fields.reserved1 = fields_.reserved1;
     fields.reserved2 = fields_.reserved2;
-    OwnedItems items;
-    appendClones(items.list, *other.data_);
-    removeAllData();
     fields_ = static_cast<Fields&&>(fields);
-    data_->swap(items.list);
+    removeAllData();
+    data_->splice(data_->end(), clones.list);
+    rollback.keep();
     return *this;
 }
 
@@ -319,6 +323,10 @@ XLog& XLog::log() {
         xlog_detail_entry* entry = entries.get();
         for (XLogData const* item : *data_) {
             if (item->size() == 0) {
+                continue;
+            }
+            if (item->size() > std::numeric_limits<std::uint32_t>::max()) {
+                traceLine(_traceMask, 'F', "Error item of ", item->size(), " bytes is too large for detlog");
                 continue;
             }
             entry->size = static_cast<std::uint32_t>(item->size());

@@ -1,6 +1,8 @@
 #include "zelqcood/logdata.h"
 
 #include <cstring>
+#include <limits>
+#include <new>
 
 #include "block/reader.h"
 #include "block/writer.h"
@@ -31,7 +33,13 @@ unsigned char* newCopy(void const* data, unsigned long size) {
 
 // The zero byte behind a text is part of the item, but an item without characters has none.
 unsigned long storedSize(unsigned long size, XMicrocodeLogData::Format format) {
-    return format == XMicrocodeLogData::textFormat && size != 0 ? size + 1 : size;
+    if (format != XMicrocodeLogData::textFormat || size == 0) {
+        return size;
+    }
+    if (size == std::numeric_limits<unsigned long>::max()) {
+        throw std::bad_alloc();
+    }
+    return size + 1;
 }
 
 }  // namespace

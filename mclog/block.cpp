@@ -73,11 +73,7 @@ unsigned char* XMicrocodeLog::SecondaryRefcodeInfo::asBinary() const {
         case secondaryRefcodeBlock: secondaryRefcodes_->push_back(SecondaryRefcodeInfo(reader.block())); break;
         }
     }
-    ZoString const here = captureBacktrace();
-    if (here.length() != 0) {
-        backtrace_ += xlog_deserialized_heading;
-        backtrace_ += here;
-    }
+    captureBacktrace(xlog_deserialized_heading);
 }
 
 unsigned char* XMicrocodeLog::asBinary() const {

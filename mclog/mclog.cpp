@@ -34,7 +34,7 @@ XMicrocodeLog::Attribute XMicrocodeLog::Attribute::operator|(Attribute const& ot
     : XLog(0, 0, 0, nullptr, XLog::error | XLog::logStandardBlock, nullptr),
       microcode_{0, 0, nullptr, 0},
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
-    backtrace_ = captureBacktrace();
+    captureBacktrace("");
 }
 
 [[gnu::noinline]] XMicrocodeLog::XMicrocodeLog(unsigned char logClass, unsigned char logType, unsigned short user,
@@ -44,7 +44,7 @@ XMicrocodeLog::Attribute XMicrocodeLog::Attribute::operator|(Attribute const& ot
     : XLog(logClass, logType, user, eventName, attributes | XLog::logStandardBlock, logId),
       microcode_{errorId, errorReason, text, owned},
       secondaryRefcodes_(new std::list<SecondaryRefcodeInfo>) {
-    backtrace_ = captureBacktrace();
+    captureBacktrace("");
 }
 
 XMicrocodeLog::XMicrocodeLog(XMicrocodeLog const& other)
@@ -58,13 +58,16 @@ XMicrocodeLog::~XMicrocodeLog() = default;
 // The service leaves out three frames: this one, that of the constructor which calls it, and that
 // of the class derived from this one. So these stay frames of their own, and the text begins where a program
 // built its log.
-[[gnu::noinline]] ZoString XMicrocodeLog::captureBacktrace() const {
+[[gnu::noinline]] void XMicrocodeLog::captureBacktrace(char const* heading) {
     constexpr int ownFrames = 3;
     char* text = nullptr;
     int length = 0;
     xlog_get_backtrace(&text, subclassLevel() + ownFrames, &length);
     std::unique_ptr<char, void (*)(void*)> const owned(text, std::free);
-    return ZoString(text);
+    if (text != nullptr) {
+        backtrace_ += heading;
+        backtrace_ += text;
+    }
 }
 
 XMicrocodeLog& XMicrocodeLog::setErrorId(unsigned short errorId) {

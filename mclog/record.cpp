@@ -60,8 +60,8 @@ std::size_t lengthWithoutZeros(char const* buffer, std::size_t length) {
 // unless the text fills the buffer to its last line.
 template <class Fetch>
 void addSnapshot(XMicrocodeLog& log, unsigned int lines, xlog_item blockId, Fetch fetch) {
-    std::size_t size = 0;
-    if (__builtin_mul_overflow(std::size_t{lines}, std::size_t{lineWidth + 1}, &size)) {
+    unsigned int size = 0;  // as the service counts in all builds
+    if (__builtin_mul_overflow(lines, lineWidth + 1, &size)) {
         throw std::bad_alloc();
     }
     std::unique_ptr<char[]> const buffer(new char[size]());

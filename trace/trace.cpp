@@ -74,6 +74,7 @@ void XTrace::write(unsigned int handle, char const* traceMask, char level, char 
     alignas(16) char line[traceLineSize];
     putPrefix(line, traceMask, level);
     putText(line, traceLineSize, text);
+    line[traceLineSize - 1] = '\0';
     xtr_trace_cb(handle, line);
 }
 
@@ -90,6 +91,7 @@ void XTrace::dumpBytes(unsigned int handle, char const* traceMask, char level, c
     } else {
         label[colonAt + 1] = '\0';
     }
+    label[labelSize - 1] = '\0';
     xtr_dump_bytes_cb(handle, label, data, length);
 }
 

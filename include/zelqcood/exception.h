@@ -71,8 +71,9 @@ public:
     virtual XBaseException const& asTrace(ZoString component, char level) const;
 
     /// Records the exception once, through its log or a default one that it keeps: the rendering becomes
-    /// the log's text for that time, and the log's own text travels as a data item. Sets the logged flag
-    /// whatever the service says. When something is thrown, the flag is not set.
+    /// the log's text for that time, and the log's own text travels as its first data item, which asString()
+    /// finds there already. Sets the logged flag whatever the service says. When something is thrown, the
+    /// flag is not set.
     virtual XBaseException& asLog();
 
     /// The exception as a block of type 0x8008; release it with delete[].

@@ -66,7 +66,8 @@ public:
 
     virtual ~XLog();
 
-    /// Takes over all fields but the two reserved words, and clones of the data items.
+    /// Takes over all fields but the two reserved words, calls removeAllData(), and appends clones of the
+    /// data items: what a derived class leaves in the list stays in front of them.
     virtual XLog& operator=(XLog const& other);
 
     virtual XLog& setLogClass(unsigned char logClass);

@@ -141,7 +141,8 @@ public:
 
     /// Adds snapshots of the system, process and thread traces as items 239, 238 and 237, each of at
     /// most the given number of 80-character lines. What the attributes omit, what has 0 lines and what
-    /// the service fails to fetch is left out.
+    /// the service fails to fetch is left out. More than 53,024,287 lines, whose bytes 32 bits cannot count,
+    /// are refused by std::bad_alloc.
     virtual XMicrocodeLog& addTraceBlocks(unsigned int systemLines, unsigned int processLines,
                                           unsigned int threadLines);
 
@@ -160,7 +161,7 @@ private:
     };
     class ZELQ_LOCAL Rollback;
 
-    ZELQ_LOCAL ZoString captureBacktrace() const;
+    ZELQ_LOCAL void captureBacktrace(char const* heading);
     ZELQ_LOCAL void takeOverReferenceCode(XMicrocodeLog const& other);
     ZELQ_LOCAL void mergeItem(XLogData const& item);
     ZELQ_LOCAL bool hasReferenceCode() const;

@@ -13,8 +13,9 @@
 /// thing twice are recoverable.
 class ZELQ_API XTrapHandler {
 public:
-    /// What kind of process this is. The service is told the number.
-    enum ProcessType {
+    /// What kind of process this is. The service is told the number, 16 bits of it; it may be one that the
+    /// service knows and this list does not.
+    enum ProcessType : unsigned int {
         applicationProcess = 1,
         serviceProcess = 2,
     };

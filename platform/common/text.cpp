@@ -1,6 +1,7 @@
 #include "common/text.h"
 
 #include <cstdio>
+#include <stdexcept>
 
 namespace zelq {
 namespace {
@@ -53,7 +54,10 @@ void appendBase64(std::string_view bytes, std::string& to) {
     unsigned char const* from = bytesOf(bytes);
     std::size_t size = bytes.size();
     std::size_t const begin = to.size();
-    to.resize(begin + (size + 2) / 3 * 4, '=');
+    if (size > to.max_size() / 4 * 3) {
+        throw std::length_error("too many bytes for base64");
+    }
+    to.append((size + 2) / 3 * 4, '=');
     char* next = &to[begin];
     for (; size >= 3; size -= 3, from += 3, next += 4) {
         unsigned const group = static_cast<unsigned>(from[0] << 16 | from[1] << 8 | from[2]);

@@ -90,7 +90,8 @@ bool isUtf8(std::string_view text);
 /// Appends the text, each byte that is not valid UTF-8 replaced by U+FFFD.
 void appendReplacingInvalid(std::string_view text, std::string& to);
 
-/// Appends the bytes in base64, with padding and without line ends.
+/// Appends the bytes in base64, with padding and without line ends. Throws std::length_error when a string
+/// cannot be as long.
 void appendBase64(std::string_view bytes, std::string& to);
 
 /// The bytes of a base64 text. None when it is not one: padding has to be there, and only at the end.

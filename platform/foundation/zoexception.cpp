@@ -1,7 +1,9 @@
 #include "zelqplatform/zoexception.h"
 
+#include <cstddef>
 #include <cstdio>
 #include <exception>
+#include <iterator>
 
 ZoException::ZoException(char const* text, unsigned long errorId, Severity severity)
     : errorId_(errorId), errorCodeGroup_(nullptr), severity_(severity) {
@@ -12,7 +14,7 @@ ZoException::ZoException(ZoException const& other) = default;
 
 ZoException& ZoException::operator=(ZoException const& other) {
     if (this != &other) {
-        std::vector<ZoString> texts(other.texts_);
+        std::list<ZoString> texts(other.texts_);
         std::vector<ZoExceptionLocation> locations(other.locations_);
         texts_.swap(texts);
         locations_.swap(locations);
@@ -56,7 +58,10 @@ void ZoException::terminate() {
 }
 
 char const* ZoException::text(unsigned long index) const {
-    return index < texts_.size() ? static_cast<char const*>(texts_[index]) : nullptr;
+    if (index >= texts_.size()) {
+        return nullptr;
+    }
+    return *std::next(texts_.begin(), static_cast<std::ptrdiff_t>(index));
 }
 
 ZoException& ZoException::setText(char const* text) {

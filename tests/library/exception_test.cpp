@@ -17,6 +17,10 @@ std::string text(ZoString const& string) {
     return std::string(static_cast<char const*>(string));
 }
 
+std::string bytesOf(XLogData const& item) {
+    return std::string(static_cast<char const*>(item.data()), item.size());
+}
+
 XEndMicrocodeLog exampleLog(char const* logText) {
     return XEndMicrocodeLog(0xDE, 0x3000, 0x30, 7, "EV", logText, XMicrocodeLog::omitAllTraces, 0, "ID");
 }
@@ -95,6 +99,30 @@ TEST(Exception, SharesNothingWhenThrown) {
     EXPECT_EQ(liveAllocations(), live);
 }
 
+// The names that came out of its block stay behind then.
+TEST(Exception, IsCopiedAfterAnAssignmentOverItsLocations) {
+    XException source("abc", ZoException::recoverable, 0);
+    source.addLocation(ZoExceptionLocation("mod_a", "f", 1));
+    source.addLocation(ZoExceptionLocation("mod_b", "g", 2));
+    Block const block(source.asBinary());
+    for (unsigned long const count : {0ul, 1ul, 3ul}) {
+        ZoException other("other", 0, ZoException::recoverable);
+        for (unsigned long line = 1; line <= count; ++line) {
+            other.addLocation(ZoExceptionLocation("new", nullptr, line));
+        }
+        auto rebuilt = std::make_unique<XException>(block.get());
+        static_cast<ZoException&>(*rebuilt) = other;
+        XException const copy(*rebuilt);
+        rebuilt.reset();
+        ASSERT_EQ(copy.locationCount(), count);
+        for (unsigned long i = 0; i < count; ++i) {
+            EXPECT_STREQ(copy.locationAtIndex(i)->fileName(), "new");
+            EXPECT_EQ(copy.locationAtIndex(i)->functionName(), nullptr);
+            EXPECT_EQ(copy.locationAtIndex(i)->lineNumber(), i + 1);
+        }
+    }
+}
+
 TEST(Exception, ReadsWhatIsOdd) {
     XException exception("abc", ZoException::recoverable, 9);
     exception.addLocation(ZoExceptionLocation("mod_a", "f", 42));
@@ -150,10 +178,22 @@ TEST(Exception, IsRecordedOnce) {
     exception.asLog();
     EXPECT_EQ(records, 1);
 
+    struct LookingException : XException {
+        using XException::XException;
+        ZoString asString() const override {
+            seen = bytesOf(*data(1));
+            return XException::asString();
+        }
+        mutable std::string seen;
+    } looking("abc", ZoException::recoverable, 0);
+    looking.asLog();
+    EXPECT_EQ(looking.seen, "Exception logged without a log object");
+    EXPECT_EQ(records, 2);
+
     XEndMicrocodeLog silent = exampleLog("");
     exception.setLogInfo(&silent).setLogged(0);
     exception.asLog();
-    EXPECT_EQ(records, 2);
+    EXPECT_EQ(records, 3);
     EXPECT_EQ(items.size(), 2u);
     EXPECT_EQ(text(exception.logInfo()->text()), "");
 

@@ -133,6 +133,16 @@ TEST(ZoException, KeepsTextsAndLocations) {
     EXPECT_EQ(ZoException(nullptr, 0, ZoException::recoverable).text(0), nullptr);
 }
 
+TEST(ZoException, KeepsTextsWhereTheyAre) {
+    ZoException exception("first", 7, ZoException::recoverable);
+    char const* const first = exception.text(0);
+    for (int i = 0; i < 9; ++i) {
+        exception.appendText("more");
+        EXPECT_EQ(exception.text(0), first);
+    }
+    EXPECT_STREQ(first, "first");
+}
+
 TEST(ZoExceptionDeathTest, TerminatesAfterWritingItsData) {
     ZoException exception("open failed", 0, ZoException::unrecoverable);
     exception.addLocation(ZoExceptionLocation("mod_a", nullptr, 42));

@@ -58,6 +58,20 @@ TEST(Log, AssignmentKeepsTheReservedWords) {
     EXPECT_EQ(hexOf(target), hexOf(expected));
 }
 
+TEST(Log, AssignmentLeavesWhatADerivedClassKeeps) {
+    struct KeepingLog : XLog {
+        XLog& removeAllData() override { return XLog::removeAllData().addData(XLogData(word, 1, user())); }
+    } keeping;
+    keeping.addData(XLogData(word, 1, 1));
+    XLog source(exampleLog());
+    source.addData(XLogData(word, 1, 2));
+    XLog& target = keeping;
+    target = source;
+    ASSERT_EQ(target.data()->size(), 2u);
+    EXPECT_EQ(target.data()->front()->blockId(), source.user()) << "the fields come first";
+    EXPECT_EQ(target.data()->back()->blockId(), 2);
+}
+
 TEST(Log, ChainsItsSetters) {
     XLog log;
     log.setLogClass(255).setLogType(254).setUser(65535).setEventName(nullptr).setLogId("id").setSeverity(1);
@@ -250,6 +264,7 @@ TEST(MicrocodeLogData, StoresTheZeroByteOfATextOnly) {
     EXPECT_EQ(text.format(), XMicrocodeLogData::textFormat);
     EXPECT_EQ(XMicrocodeLogData(nullptr, 0, XMicrocodeLogData::textFormat).size(), 0ul);
     EXPECT_EQ(XMicrocodeLogData(word, 5, XMicrocodeLogData::binaryFormat).size(), 5ul);
+    EXPECT_THROW(XMicrocodeLogData(word, ~0ul, XMicrocodeLogData::textFormat), std::bad_alloc);
     XMicrocodeLogData other(word, 5, 0x42);
     EXPECT_EQ(other.size(), 5ul);
     EXPECT_EQ(other.format(), XMicrocodeLogData::binaryFormat);

@@ -43,6 +43,19 @@ TEST(MicrocodeLog, KeepsTheBacktraceOfItsBuilding) {
     fake.backtrace = nullptr;
     block[4] = 3;
     EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "0 main\n1 start");
+    fake.backtrace = "";
+    EXPECT_EQ(text(PlainMicrocodeLog(block.get()).backtrace()), "0 main\n1 start\nDeserialized\n");
+    fake.backtrace = nullptr;
+}
+
+TEST(MicrocodeLog, WritesItsTextsToTheirEnds) {
+    struct ZeroesLog : PlainMicrocodeLog {
+        ZoString text() const override { return ZoString("a\0b", 3); }
+        ZoString backtrace() const override { return ZoString("\0", 1); }
+    };
+    Block const block(ZeroesLog().asBinary());
+    EXPECT_EQ(toHex(block.get() + 26, 12), "0C 00 00 00 01 00 01 00 61 00 62 00");
+    EXPECT_EQ(toHex(block.get() + 38, 10), "0A 00 00 00 02 00 01 00 00 00");
 }
 
 TEST(MicrocodeLog, AddsItsFlagsToTheAttributes) {
@@ -257,9 +270,11 @@ TEST(MicrocodeLog, TakesSnapshotsOfTheTraces) {
     EXPECT_EQ(take(all, 2, 0, 0), "s160 239:161 ");
     result = 5;
     EXPECT_EQ(take(all, 1, 1, 1), "s80 p80 t80 ");
-    if (sizeof(std::size_t) == 4) {
-        EXPECT_THROW(take(all, 0x4000000, 0, 0), std::bad_alloc);  // more bytes than can be numbered
-    }
+    unsigned const tooMany = 0x4000000;  // the service counts bytes in 32 bits
+    EXPECT_THROW(take(all, tooMany, 0, 0), std::bad_alloc);
+    EXPECT_THROW(take(all, 0, tooMany, 0), std::bad_alloc);
+    EXPECT_THROW(take(all, 0, 0, tooMany), std::bad_alloc);
+    EXPECT_EQ(calls, "");
     result = 0;
     fill = "one\n";
     XEndMicrocodeLog const end(1, 2, 3, 4, "EV", "text", XLog::informational, 0, "id");

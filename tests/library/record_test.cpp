@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/allocationtrial.h"
@@ -125,6 +126,20 @@ TEST(Record, GoesOutWithoutItsDataWhenMemoryRunsOut) {
     EXPECT_EQ(record(log).entries.size(), 1u);
     EXPECT_FALSE(record(log.removeAllData(), 0, 0, 2).allocationFailed) << "without items there is nothing to allocate";
 }
+
+#if UINTPTR_MAX > UINT32_MAX
+// The service counts an item's bytes in 32 bits. The size alone is changed, behind the item's back.
+TEST(Record, LeavesOutAnItemOf4GiB) {
+    XLog log(1, 2, 3, "EV", XLog::error, "");
+    log.addData(XLogData(someBytes, 10, 1)).addData(XLogData(someBytes, 3, 2));
+    unsigned long* const size = reinterpret_cast<unsigned long*>(log.data()->front()) + 2;
+    ASSERT_EQ(std::exchange(*size, (1ul << 32) + 5), 10ul);
+    EXPECT_EQ(record(log).data, std::vector<std::string>{"012"});
+    EXPECT_EQ(reportedLines(),
+              (std::vector<std::string>{"XLIBLOGF: Error item of 4294967301 bytes is too large for detlog",
+                                        "XLIBLOGF: xlog_record: src=0, crc=0x0000"}));
+}
+#endif
 
 struct OverridingLog : XLog {
     using XLog::log;

@@ -13,12 +13,24 @@
 
 namespace {
 
+// What a line or a label is made in was used before.
+[[gnu::noinline]] void fillTheStack() {
+    char volatile used[4096];
+    for (char volatile& byte : used) {
+        byte = 'x';
+    }
+}
+
 class Listing {
 public:
     template <class Operation>
     void add(char const* title, Operation operation) {
         clearTrace();
+        fillTheStack();
         operation();
+        for (TraceCall const& call : traceCalls()) {
+            EXPECT_EQ(call.last, '\0') << call.line;
+        }
         text_ += text_.empty() ? "" : "\n";
         text_ += "# " + std::string(title) + "\n" + tracedText();
     }
@@ -99,6 +111,17 @@ TEST(Trace, ListsEachOperation) {
                  "  at Line:    42 in File: mod_a\n  at Line: 34567 in File: mod_b\n");
     thrown.setLogged(1);
     listing.add("It is recorded, but has been before", [&] { thrown.asLog(); });
+
+    struct TracedLog : XEndMicrocodeLog {
+        XEndMicrocodeLog* clone() override {
+            XTrace::write("MYCOMP", 'W', "clone");
+            return new TracedLog(*this);
+        }
+    } traced;
+    thrown.setLogInfo(&traced);
+    std::unique_ptr<XException> copy;
+    listing.add("It is copied, with a log of a class of the program's own",
+                [&] { copy = std::make_unique<XException>(thrown); });
 
     listing.add("A trap handler begins and ends",
                 [] { XTrapHandler const handler(XTrapHandler::serviceProcess, [](int, siginfo*, void*) {}); });

@@ -74,6 +74,8 @@ TEST(TrapHandler, UsesTheServiceInOrder) {
     EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(2) add remove unset ");
     { XTrapHandler const handler(XTrapHandler::applicationProcess, nullptr); }
     EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(1) unset ");
+    { XTrapHandler const handler(XTrapHandler::ProcessType{0xFFFF}, nullptr); }  // known to the service alone
+    EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(65535) unset ");
     fake.trapFailure = {"add", 9, 9};
     EXPECT_THROW(XTrapHandler(XTrapHandler::applicationProcess, someExit), XException);
     EXPECT_EQ(std::exchange(fake.trapCalls, {}), "setup(1) add ");

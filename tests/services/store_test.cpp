@@ -3,7 +3,9 @@
 #include "storefixture.h"
 
 #include <algorithm>
+#include <stdexcept>
 
+#include "common/text.h"
 #include "support/failingnew.h"
 #include "zelqplatform/errorlog_service.h"
 
@@ -44,6 +46,16 @@ TEST_F(StoreTest, fullNamesEndWithTheirFields) {
     Document const stored = lastRecord();
     EXPECT_EQ(text(stored["event"]), "ABCDEFGHIJKL");
     EXPECT_EQ(text(stored["log_id"]), std::string(2049, 'i'));
+}
+
+// So many that their digits cannot be counted, or not together with what there is. None of the bytes is touched.
+TEST(Base64, RefusesTooManyBytes) {
+    std::size_t const most = SIZE_MAX / 4 * 3;
+    for (std::size_t const size : {most + 1, most, most / 2}) {
+        std::string text = "0123";
+        EXPECT_THROW(zelq::appendBase64({text.data(), size}, text), std::length_error) << size;
+        EXPECT_EQ(text, "0123");
+    }
 }
 
 TEST_F(StoreTest, takesNullPointers) {

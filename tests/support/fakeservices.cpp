@@ -38,8 +38,9 @@ bool isReport(std::string_view line) {
 void add(TraceCall::Function function, unsigned int handle, char const* line, void const* data = nullptr,
          unsigned long length = 0) {
     NoFailingNew const allowed;
+    char const last = function == TraceCall::trace ? '\0' : line[function == TraceCall::traceCb ? 199 : 40];
     if (fake.keep == FakeServices::everything || (fake.keep == FakeServices::reports && isReport(line))) {
-        calls().push_back({function, handle, line, data, length});
+        calls().push_back({function, handle, line, data, length, last});
     }
 }
 

@@ -44,6 +44,7 @@ struct TraceCall {
     std::string line;
     void const* data = nullptr;
     unsigned long length = 0;
+    char last = 0;  // of the buffer that the line or label stands in; a line for xtr_trace has none of its own
 };
 
 /// Everything traced since the last clearTrace(), lines and dumps alike.

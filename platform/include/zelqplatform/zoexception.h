@@ -1,6 +1,7 @@
 #ifndef ZELQPLATFORM_ZOEXCEPTION_H
 #define ZELQPLATFORM_ZOEXCEPTION_H
 
+#include <list>
 #include <vector>
 
 #include "zelqplatform/zobase.h"
@@ -85,7 +86,7 @@ public:
     ZoExceptionLocation* locationAtIndex(unsigned long index);
 
 private:
-    std::vector<ZoString> texts_;
+    std::list<ZoString> texts_;  // which stay where they are
     unsigned long errorId_;
     char const* errorCodeGroup_;
     Severity severity_;

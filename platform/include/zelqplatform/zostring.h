@@ -30,7 +30,7 @@ public:
     operator char*() const noexcept { return buffer_.contents(); }
 
     /// Number of characters before the closing zero byte.
-    unsigned int length() const noexcept { return static_cast<unsigned int>(buffer_.length()); }
+    unsigned long length() const noexcept { return buffer_.length(); }
 
     /// Turns decimal digits into upper-case hexadecimal ones without leading zeros ("26" becomes
     /// "1A", "0" stays "0"). A number below zero becomes its 32-bit two's complement ("-1" becomes
