@@ -1,5 +1,6 @@
 #include "demand.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -103,21 +104,23 @@ void Text::append(char const* characters, std::size_t length) {
     length_ = newLength;
 }
 
-Block::Block() : bytes_(nullptr), size_(8) {
+Block::Block(std::size_t room) : bytes_(nullptr), size_(8), room_(room) {
     Scope const scope;
     line();
-    bytes_ = static_cast<unsigned char*>(take(size_));
+    bytes_ = static_cast<unsigned char*>(take(room_));
     line();
 }
 
 unsigned char* Block::append(std::size_t added) {
-    auto* const larger = static_cast<unsigned char*>(take(size_ + added));
-    copy(larger, bytes_, size_);
-    give(bytes_);
-    unsigned char* const end = larger + size_;
-    bytes_ = larger;
+    if (size_ + added > room_) {
+        room_ = std::max(size_ + added, room_ + room_ / 2);
+        auto* const larger = static_cast<unsigned char*>(take(room_));
+        copy(larger, bytes_, size_);
+        give(bytes_);
+        bytes_ = larger;
+    }
     size_ += added;
-    return end;
+    return bytes_ + size_ - added;
 }
 
 void Block::addLeaf(void const* body, std::size_t size) {

@@ -64,11 +64,12 @@ private:
     char short_[shortSize] = "";
 };
 
-/// A block under construction: with each part, new memory of exactly the new size.
+/// A block under construction: new memory, with half as much to spare, only when a part does not fit.
 class Block {
 public:
-    Block();
-    Block(Block&& other) noexcept : bytes_(std::exchange(other.bytes_, nullptr)), size_(other.size_) {}
+    explicit Block(std::size_t room = 128);
+    Block(Block&& other) noexcept
+        : bytes_(std::exchange(other.bytes_, nullptr)), size_(other.size_), room_(other.room_) {}
     ~Block() { give(bytes_); }
     Block& operator=(Block const&) = delete;
 
@@ -81,6 +82,7 @@ private:
 
     unsigned char* bytes_;
     std::size_t size_;
+    std::size_t room_;
 };
 
 Block dataItemAsBlock(void const* bytes, std::size_t size);

@@ -47,7 +47,7 @@ void addBlockOperations(std::vector<Operation>& operations) {
                               Bytes const larger(addHeaderBlock(&block, itemSize, 1, 1,
                                                                 reinterpret_cast<unsigned char*>(payload.data())));
                           },
-                          [] { Block().addLeaf(payload.data(), itemSize); }});
+                          [] { Block(8).addLeaf(payload.data(), itemSize); }});
     auto const item = std::make_shared<XLogData>(payload.data(), itemSize, 7);
     operations.push_back({"XLogData 64 bytes: asBinary", [item] { Bytes const block(item->asBinary()); },
                           [] { demand::dataItemAsBlock(payload.data(), itemSize); }});
@@ -57,7 +57,7 @@ void addBlockOperations(std::vector<Operation>& operations) {
 }
 
 void addLogOperations(std::vector<Operation>& operations) {
-    for (int const items : {1, 10, 100, 1000}) {
+    for (int const items : {1, 10, 100, 1000, 50000}) {
         auto const log = std::make_shared<XLog>(0x11, 0x22, 0x0304, eventName, XLog::error, logId);
         auto const demanded = std::make_shared<Log>(Log::plain, demand::Text(eventName), demand::Text(logId),
                                                     demand::Text(), demand::Text());

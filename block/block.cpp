@@ -1,8 +1,10 @@
 #include "zelqcood/block.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
+#include "block/append.h"
 #include "block/cursor.h"
 #include "trace/message.h"
 
@@ -19,40 +21,68 @@ void debugLine(Pieces const&... pieces) {
     traceLine(_traceMask, 'D', pieces...);
 }
 
-// A buffer for the block `old` and `added` bytes behind it, holding the old block with its new
-// size. The old block stays as it is: the caller releases it once nothing can fail any more.
-unsigned char* newLargerBlock(unsigned char const* old, BlockHeader header, std::uint32_t added) {
-    std::uint32_t size = 0;
-    if (__builtin_add_overflow(header.size, added, &size)) {
-        throw std::bad_alloc();  // the size field holds 32 bits
-    }
-    unsigned char* const larger = new unsigned char[size];
-    std::memcpy(larger, old, header.size);
-    header.size = size;
-    header.store(larger);
-    return larger;
-}
+// A block under construction outgrows its memory by halves, but never by more than this.
+constexpr std::uint32_t spareMost = 64U << 20;
 
-unsigned char* replaceBlock(unsigned char** pData, unsigned char* larger) {
-    delete[] * pData;
-    *pData = larger;
-    debugLine("Returning ", addressOf(larger), ", newSize=", BlockHeader::load(larger).size);
-    return larger;
-}
+/// A block with memory behind it for a child that is to be appended. Unless the block has room for it where it
+/// stands, that is a new buffer, and the block itself stays as it is until nothing can fail any more.
+class LargerBlock {
+public:
+    LargerBlock(unsigned char** pData, std::uint32_t* room, std::uint32_t added)
+        : pData_(pData), header_(BlockHeader::load(*pData)), child_(header_.size) {
+        if (__builtin_add_overflow(header_.size, added, &header_.size)) {
+            throw std::bad_alloc();  // the size field holds 32 bits
+        }
+        if (room != nullptr && header_.size <= *room) {
+            start_ = *pData;
+        } else {
+            std::uint32_t const larger = room != nullptr ? std::max(header_.size, withSpare(*room)) : header_.size;
+            start_ = new unsigned char[larger];
+            std::memcpy(start_, *pData, child_);
+            if (room != nullptr) {
+                *room = larger;
+            }
+        }
+        header_.store(start_);
+    }
+
+    /// Where the child is to be put.
+    unsigned char* child() const { return start_ + child_; }
+
+    unsigned char* replaceOld() const {
+        if (start_ != *pData_) {
+            delete[] * pData_;
+            *pData_ = start_;
+        }
+        debugLine("Returning ", addressOf(start_), ", newSize=", header_.size);
+        return start_;
+    }
+
+private:
+    static std::uint32_t withSpare(std::uint32_t room) {
+        std::uint32_t larger = 0;
+        return __builtin_add_overflow(room, std::min(room / 2, spareMost), &larger) ? room : larger;
+    }
+
+    unsigned char** pData_;
+    BlockHeader header_;
+    std::uint32_t child_;
+    unsigned char* start_;
+};
 
 }  // namespace
 
-unsigned char* createBlock(unsigned short blockType, unsigned short blockFormat) {
+unsigned char* newBlock(unsigned short blockType, unsigned short blockFormat, std::uint32_t room) {
     TraceScope const scope(createBlockLine);
     debugLine("blockType=", blockType, ", blockFormat=", blockFormat);
-    unsigned char* const block = new unsigned char[BlockHeader::bytes];
+    unsigned char* const block = new unsigned char[room];
     BlockHeader{BlockHeader::bytes, blockType, blockFormat}.store(block);
     debugLine("Returning ", addressOf(block));
     return block;
 }
 
-unsigned char* addHeaderBlock(unsigned char** pData, unsigned int blockSize, unsigned short blockType,
-                              unsigned short blockFormat, unsigned char* pBlockData) {
+unsigned char* appendLeaf(unsigned char** pData, std::uint32_t* room, unsigned int blockSize, unsigned short blockType,
+                          unsigned short blockFormat, unsigned char* pBlockData) {
     TraceScope const scope(addHeaderBlockLine);
     debugLine("pData=", addressOf(*pData), ", blockSize=", blockSize, ", blockType=", blockType,
               ", blockFormat=", blockFormat, ", pBlockData=", addressOf(pBlockData));
@@ -60,26 +90,36 @@ unsigned char* addHeaderBlock(unsigned char** pData, unsigned int blockSize, uns
     if (__builtin_add_overflow(blockSize, BlockHeader::bytes, &childSize)) {
         throw std::bad_alloc();
     }
-    BlockHeader const old = BlockHeader::load(*pData);
-    unsigned char* const larger = newLargerBlock(*pData, old, childSize);
-    unsigned char* const child = larger + old.size;
-    BlockHeader{childSize, blockType, blockFormat}.store(child);
+    LargerBlock const larger(pData, room, childSize);
+    BlockHeader{childSize, blockType, blockFormat}.store(larger.child());
     if (pBlockData == nullptr) {
-        std::memset(child + BlockHeader::bytes, 0, blockSize);
+        std::memset(larger.child() + BlockHeader::bytes, 0, blockSize);
     } else {
-        std::memcpy(child + BlockHeader::bytes, pBlockData, blockSize);
+        std::memcpy(larger.child() + BlockHeader::bytes, pBlockData, blockSize);
     }
-    return replaceBlock(pData, larger);
+    return larger.replaceOld();
+}
+
+unsigned char* appendBlock(unsigned char** pData, std::uint32_t* room, unsigned char* pBlockData) {
+    TraceScope const scope(addBlockLine);
+    debugLine("pData=", addressOf(*pData), ", pBlockData=", addressOf(pBlockData));
+    std::uint32_t const added = BlockHeader::load(pBlockData).size;
+    LargerBlock const larger(pData, room, added);
+    std::memcpy(larger.child(), pBlockData, added);
+    return larger.replaceOld();
+}
+
+unsigned char* createBlock(unsigned short blockType, unsigned short blockFormat) {
+    return newBlock(blockType, blockFormat, BlockHeader::bytes);
+}
+
+unsigned char* addHeaderBlock(unsigned char** pData, unsigned int blockSize, unsigned short blockType,
+                              unsigned short blockFormat, unsigned char* pBlockData) {
+    return appendLeaf(pData, nullptr, blockSize, blockType, blockFormat, pBlockData);
 }
 
 unsigned char* addBlock(unsigned char** pData, unsigned char* pBlockData) {
-    TraceScope const scope(addBlockLine);
-    debugLine("pData=", addressOf(*pData), ", pBlockData=", addressOf(pBlockData));
-    BlockHeader const old = BlockHeader::load(*pData);
-    std::uint32_t const added = BlockHeader::load(pBlockData).size;
-    unsigned char* const larger = newLargerBlock(*pData, old, added);
-    std::memcpy(larger + old.size, pBlockData, added);
-    return replaceBlock(pData, larger);
+    return appendBlock(pData, nullptr, pBlockData);
 }
 
 unsigned char* findBlock(unsigned char* pData, unsigned short blockType) {

@@ -6,9 +6,8 @@
 #include <new>
 
 #include "block/layout.h"
-#include "zelqcood/block.h"
 
-BlockWriter::BlockWriter(unsigned short blockType) : block_(createBlock(blockType, blockFormat)) {}
+BlockWriter::BlockWriter(unsigned short blockType) : block_(newBlock(blockType, blockFormat, room_)) {}
 
 BlockWriter& BlockWriter::addLeaf(unsigned short type, void const* body, std::size_t size) {
     if (size > std::numeric_limits<unsigned int>::max()) {
@@ -16,7 +15,7 @@ BlockWriter& BlockWriter::addLeaf(unsigned short type, void const* body, std::si
     }
     // The block functions only read what they are given.
     auto* const bytes = static_cast<unsigned char*>(const_cast<void*>(body));
-    addHeaderBlock(&block_, static_cast<unsigned int>(size), type, blockFormat, bytes);
+    appendLeaf(&block_, &room_, static_cast<unsigned int>(size), type, blockFormat, bytes);
     return *this;
 }
 
@@ -30,7 +29,7 @@ BlockWriter& BlockWriter::addText(unsigned short type, ZoString const& text) {
 
 BlockWriter& BlockWriter::addOwned(unsigned char* block) {
     std::unique_ptr<unsigned char[]> const owned(block);
-    addBlock(&block_, block);
+    appendBlock(&block_, &room_, block);
     return *this;
 }
 

@@ -2,13 +2,15 @@
 #define ZELQCOOD_BLOCK_WRITER_H
 
 #include <cstddef>
+#include <cstdint>
 
+#include "block/append.h"
 #include "block/packedfields.h"
 #include "zelqplatform/zostring.h"
 
 /// A block under construction. It owns the block until release(), so that an allocation that
-/// fails half-way leaks nothing. All appending goes through the public block functions, whose
-/// trace lines belong to the writing of every block.
+/// fails half-way leaks nothing. Every append leaves the trace lines of the public block functions,
+/// which belong to the writing of every block; unlike these it keeps memory to spare for the next one.
 class BlockWriter {
 public:
     explicit BlockWriter(unsigned short blockType);
@@ -38,6 +40,7 @@ public:
     unsigned char* release();
 
 private:
+    std::uint32_t room_ = firstBlockRoom;
     unsigned char* block_;
 };
 

@@ -30,6 +30,19 @@ XLog logWithReserved(XLog const& log) {
     return XLog(block.get());
 }
 
+TEST(Log, BlockTakesMemoryInProportionToItsItems) {
+    auto const bytesFor = [](int items) {
+        XLog log;
+        for (int i = 0; i < items; ++i) {
+            log.addData(XLogData(word, 5, 1));
+        }
+        unsigned long long const before = allocatedBytes();
+        Block const block(log.asBinary());
+        return allocatedBytes() - before;
+    };
+    EXPECT_LT(bytesFor(1600), 3 * bytesFor(800));
+}
+
 TEST(Log, CopiesEverything) {
     XLog log = logWithReserved(exampleLog());
     log.addData(XMicrocodeLogData(word, 5, XMicrocodeLogData::textFormat));

@@ -11,6 +11,7 @@ thread_local unsigned countdown = 0;
 thread_local bool failed = false;
 thread_local int allowed = 0;
 std::atomic<long> live{0};
+std::atomic<unsigned long long> bytes{0};
 
 // A program may count malloc() too; what new gets there has been counted. Compilers take malloc() for
 // a function that sees nothing of this file, so it is called by a way that they cannot look through.
@@ -30,6 +31,7 @@ void* allocate(std::size_t size) noexcept {
     }
     std::memset(memory, 0xA5, size);  // nothing may count on new memory being zero
     live += allowed == 0 ? 1 : 0;
+    bytes += size;
     return memory;
 }
 
@@ -67,6 +69,10 @@ bool hasFailed() {
 
 long liveAllocations() {
     return live;
+}
+
+unsigned long long allocatedBytes() {
+    return bytes;
 }
 
 NoFailingNew::NoFailingNew() {

@@ -19,6 +19,9 @@ long liveAllocations();
 /// The same of malloc() and its kin, and of this thread alone; in programs that failingmalloc.cpp is part of.
 long liveMallocs();
 
+/// Bytes that this program has got from new so far.
+unsigned long long allocatedBytes();
+
 /// Within its life, allocations of this thread neither count down nor fail.
 class NoFailingNew {
 public:
