@@ -77,7 +77,8 @@ int giveName(int descriptor, int folder, char const* name) {
 int openRingFile(int folder, int access, RingFile& file) {
     file = RingFile{};
     // O_NONBLOCK: opening a fifo must not wait for its other end.
-    Descriptor descriptor(openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    Descriptor descriptor(openApart(
+        [&] { return openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
     if (descriptor.get() < 0) {
         switch (int const failure = errno) {
         case ENOENT: return refuse(file, failure, "does not exist");
@@ -102,7 +103,7 @@ int createRingFile(int folder, std::uint64_t slotBytes) {
         return EFBIG;
     }
     // Without a name until it is complete: whoever dies meanwhile leaves nothing behind.
-    Descriptor const descriptor(openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+    Descriptor const descriptor(openApart([&] { return openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600); }));
     if (descriptor.get() < 0) {
         return errno;
     }

@@ -52,6 +52,14 @@ TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
     EXPECT_GT(hits, 30U) << "are the calls still hooked?";
 }
 
+TEST_F(Ring, IsNoStandardDescriptorOfAProgramWithoutThem) {
+    EXPECT_EQ(0, inChild([] {
+                  StandardDescriptorsClosed const closed;
+                  xtr_trace("line");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
+}
+
 // Only the ring's owner can cut it short, and nothing that a library may do saves a program that
 // writes to a mapping then. All others go on, also those who start later.
 TEST_F(Ring, CutShortEndsOnlyProgramsThatWriteToIt) {

@@ -1,5 +1,7 @@
 #include "support/failingcalls.h"
 
+#include <gtest/gtest.h>
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
@@ -77,6 +79,16 @@ CallsHooked::~CallsHooked() {
     isHooked = false;
     hook = nullptr;
     wallClock = -1;
+}
+
+StandardDescriptorsClosed::StandardDescriptorsClosed()
+    : hooked_([](std::string const& name) {
+          for (int const standard : {0, 1, 2}) {
+              EXPECT_GT(0, write(standard, "output", 6)) << "descriptor " << standard << " at " << name;
+          }
+          return 0;
+      }) {
+    close_range(0, 2, 0);
 }
 
 int FaultAtCall::operator()(std::string const& name) {

@@ -24,6 +24,15 @@ public:
     CallsHooked& operator=(CallsHooked const&) = delete;
 };
 
+/// Closes the descriptors 0 to 2 for good. Within its life, this thread tries to print at each call.
+class StandardDescriptorsClosed {
+public:
+    StandardDescriptorsClosed();
+
+private:
+    CallsHooked const hooked_;
+};
+
 /// What may go wrong at a call.
 struct Fault {
     char const* what;
