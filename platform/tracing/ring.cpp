@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
 #include <csignal>
@@ -51,20 +50,8 @@ std::uint64_t configuredSize() {
     return std::uint64_t{1} << (63 - __builtin_clzll(size));
 }
 
-// A file with holes would end a writer with SIGBUS once its filesystem is full.
-bool hasAllMemory(RingFile const& file) {
-    struct stat status;
-    if (fstat(file.descriptor.get(), &status) != 0) {
-        return false;
-    }
-    if (status.st_blocks >= status.st_size / 512) {
-        return true;
-    }
-    return fallocate(file.descriptor.get(), 0, 0, status.st_size) == 0 || errno == EOPNOTSUPP;
-}
-
 int mapRingFile(RingFile const& file, ProcessRing* ring) {
-    if (!hasAllMemory(file)) {
+    if (!keepsItsMemory(file.descriptor.get())) {
         return ENOSPC;
     }
     std::size_t const size = ringFileSize(file.slotCount);

@@ -1,8 +1,10 @@
 #include "tracing/ringfile.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
@@ -72,7 +74,23 @@ int giveName(int descriptor, int folder, char const* name) {
     return linkat(AT_FDCWD, path, folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
+// Of these it is known that they write a block where it lies, also when somebody has made a copy of the file.
+bool writesInPlace(int descriptor) {
+    struct statfs status;
+    if (fstatfs(descriptor, &status) != 0) {
+        return false;
+    }
+    auto const type = static_cast<std::uint32_t>(status.f_type);
+    return type == TMPFS_MAGIC || type == EXT4_SUPER_MAGIC;
+}
+
 }  // namespace
+
+bool keepsItsMemory(int descriptor) {
+    struct stat status;
+    return writesInPlace(descriptor) && fstat(descriptor, &status) == 0 &&
+           (status.st_blocks >= status.st_size / 512 || fallocate(descriptor, 0, 0, status.st_size) == 0);
+}
 
 int openRingFile(int folder, int access, RingFile& file) {
     file = RingFile{};
@@ -107,7 +125,7 @@ int createRingFile(int folder, std::uint64_t slotBytes) {
     if (descriptor.get() < 0) {
         return errno;
     }
-    int failure = fillRingFile(descriptor.get(), slotCount);
+    int failure = keepsItsMemory(descriptor.get()) ? fillRingFile(descriptor.get(), slotCount) : EOPNOTSUPP;
     if (failure == 0) {
         failure = giveName(descriptor.get(), folder, ringFileName);
     }
