@@ -1,11 +1,13 @@
 #include "tracing/ring.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
 #include <unistd.h>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <new>
 
 #include <emmintrin.h>
@@ -64,18 +66,27 @@ int mapRingFile(RingFile const& file, ProcessRing* ring) {
     return 0;
 }
 
+// A child made by vfork() runs on its parent's memory, as the thread that the C library keeps there, and what
+// it remembered would be the parent's. The number of a thread's processor clock tells which thread that is.
+bool isThreadOfMemory(pid_t tid) {
+    clockid_t clock = 0;
+    return pthread_getcpuclockid(pthread_self(), &clock) == 0 && ~(clock >> 3) == tid;
+}
+
 __attribute__((noinline)) std::uint32_t askPid(ProcessRing& ring) {
     auto const pid = static_cast<std::uint32_t>(getpid());
-    if (ring.forgetsPid) {
+    if (ring.forgetsPid && isThreadOfMemory(gettid())) {
         ring.pid.store(pid, std::memory_order_relaxed);
     }
     return pid;
 }
 
 __attribute__((noinline)) std::uint32_t askTid(std::uint32_t pid) {
-    threadIdentity.tid = static_cast<std::uint32_t>(gettid());
-    threadIdentity.pid = pid;
-    return threadIdentity.tid;
+    pid_t const tid = gettid();
+    if (isThreadOfMemory(tid)) {
+        threadIdentity = {pid, static_cast<std::uint32_t>(tid)};
+    }
+    return static_cast<std::uint32_t>(tid);
 }
 
 bool isDead(std::uint32_t pid) {
