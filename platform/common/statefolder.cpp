@@ -69,12 +69,13 @@ int openStateFolder(FolderUse use, MissingFolder missing, Descriptor& folder) {
         return failure;
     }
     constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    Descriptor opened(open(path, flags));
+    auto const openPath = [&] { return openApart([&] { return open(path, flags); }); };
+    Descriptor opened(openPath());
     if (opened.get() < 0 && errno == ENOENT && missing == MissingFolder::make) {
         if (int const failure = makeFolders(path); failure != 0) {
             return failure;
         }
-        opened.reset(open(path, flags));
+        opened.reset(openPath());
     }
     if (opened.get() < 0) {
         return errno;

@@ -1,6 +1,7 @@
 #ifndef ZELQ_SYSTEMCALLS_H
 #define ZELQ_SYSTEMCALLS_H
 
+#include <fcntl.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdint>
@@ -60,6 +61,20 @@ auto uninterrupted(Call call) {
         result = call();
     }
     return result;
+}
+
+/// Makes a system call that opens a file, which is then none of the standard descriptors 0 to 2: in a program
+/// that was started without them, whatever it prints would get into the file. They fail meanwhile, as before.
+template <typename Open>
+int openApart(Open openFile) {
+    constexpr int standardCount = 3;
+    Descriptor places[standardCount];
+    for (int number = 0; number < standardCount; ++number) {
+        if (fcntl(number, F_GETFD) < 0) {
+            places[number].reset(open("/", O_PATH | O_CLOEXEC));
+        }
+    }
+    return openFile();
 }
 
 /// The time of a clock in nanoseconds; 0 when it cannot be read. Safe in a signal handler.

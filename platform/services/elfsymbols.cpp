@@ -44,7 +44,7 @@ void ElfSymbols::close() {
 bool ElfSymbols::open(char const* path) {
     close();
     // O_NONBLOCK: a pipe that took the file's place must not block the caller.
-    descriptor_.reset(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    descriptor_.reset(openApart([&] { return ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
     struct stat status;
     if (descriptor_.get() >= 0 && fstat(descriptor_.get(), &status) == 0 && S_ISREG(status.st_mode)) {
         fileSize_ = static_cast<std::uint64_t>(status.st_size);

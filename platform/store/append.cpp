@@ -130,7 +130,8 @@ int syncFolders(int newest) {
         if (above.st_uid != geteuid() || above.st_dev != here.st_dev || above.st_ino == here.st_ino) {
             return 0;
         }
-        Descriptor next(uninterrupted([&] { return openat(folder, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+        Descriptor next(openApart(
+            [&] { return uninterrupted([&] { return openat(folder, "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }); }));
         if (next.get() < 0) {
             return errno;
         }

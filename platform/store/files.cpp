@@ -58,7 +58,8 @@ void StoreFiles::openFiles(int folder) {
     unreadable_.clear();
     for (unsigned index = 0; index < storeFilesMaximum; ++index) {
         std::string const name = storeFileName(index).text;
-        Descriptor opened(openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        Descriptor opened(
+            openApart([&] { return openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
         if (opened.get() < 0) {
             if (errno != ENOENT) {
                 unreadable_.push_back("cannot open '" + name + "': " + std::strerror(errno));

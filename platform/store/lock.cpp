@@ -18,7 +18,7 @@ constexpr std::int64_t lockPatienceNs = 10000000000;
 
 int openStoreFile(int folder, char const* name, Descriptor& file) noexcept {
     constexpr int flags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-    file.reset(uninterrupted([&] { return openat(folder, name, flags, 0600); }));
+    file.reset(openApart([&] { return uninterrupted([&] { return openat(folder, name, flags, 0600); }); }));
     if (file.get() < 0) {
         return errno;
     }

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "common/systemcalls.h"
+
 namespace zelq {
 
 __constinit thread_local ClockAnchor clockAnchor{};
@@ -57,12 +59,9 @@ bool readBoth(clockid_t clock, Reading* reading) {
 // The kernel's own choice says that the counter runs at one rate and is the same on all processors.
 bool isKernelsClock() {
     char name[8] = "";
-    int const file = open("/sys/devices/system/clocksource/clocksource0/current_clocksource", O_RDONLY | O_CLOEXEC);
-    if (file < 0) {
-        return false;
-    }
-    ssize_t const length = read(file, name, sizeof name);
-    close(file);
+    Descriptor const file(openApart(
+        [] { return open("/sys/devices/system/clocksource/clocksource0/current_clocksource", O_RDONLY | O_CLOEXEC); }));
+    ssize_t const length = file.get() < 0 ? -1 : read(file.get(), name, sizeof name);
     int mode = 0;
     return length == 4 && std::memcmp(name, "tsc\n", 4) == 0 && prctl(PR_GET_TSC, &mode) == 0 && mode == PR_TSC_ENABLE;
 }

@@ -1,12 +1,12 @@
 #include "tracing/ring.h"
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
+#include <ctime>
 #include <new>
 
 #include <emmintrin.h>
@@ -51,20 +51,8 @@ std::uint64_t configuredSize() {
     return std::uint64_t{1} << (63 - __builtin_clzll(size));
 }
 
-// A file with holes would end a writer with SIGBUS once its filesystem is full.
-bool hasAllMemory(RingFile const& file) {
-    struct stat status;
-    if (fstat(file.descriptor.get(), &status) != 0) {
-        return false;
-    }
-    if (status.st_blocks >= status.st_size / 512) {
-        return true;
-    }
-    return fallocate(file.descriptor.get(), 0, 0, status.st_size) == 0 || errno == EOPNOTSUPP;
-}
-
 int mapRingFile(RingFile const& file, ProcessRing* ring) {
-    if (!hasAllMemory(file)) {
+    if (!keepsItsMemory(file.descriptor.get())) {
         return ENOSPC;
     }
     std::size_t const size = ringFileSize(file.slotCount);
@@ -77,26 +65,34 @@ int mapRingFile(RingFile const& file, ProcessRing* ring) {
     return 0;
 }
 
+// A child made by vfork() runs on its parent's memory, as the thread that the C library keeps there, and what
+// it remembered would be the parent's. The number of a thread's processor clock tells which thread that is.
+bool isThreadOfMemory(pid_t tid) {
+    clockid_t clock = 0;
+    return pthread_getcpuclockid(pthread_self(), &clock) == 0 && ~(clock >> 3) == tid;
+}
+
 __attribute__((noinline)) std::uint32_t askPid(ProcessRing& ring) {
     auto const pid = static_cast<std::uint32_t>(getpid());
-    if (ring.forgetsPid) {
+    if (ring.forgetsPid && isThreadOfMemory(gettid())) {
         ring.pid.store(pid, std::memory_order_relaxed);
     }
     return pid;
 }
 
 __attribute__((noinline)) std::uint32_t askTid(std::uint32_t pid) {
-    threadIdentity.tid = static_cast<std::uint32_t>(gettid());
-    threadIdentity.pid = pid;
-    return threadIdentity.tid;
+    pid_t const tid = gettid();
+    if (isThreadOfMemory(tid)) {
+        threadIdentity = {pid, static_cast<std::uint32_t>(tid)};
+    }
+    return static_cast<std::uint32_t>(tid);
 }
 
-bool isDead(std::uint32_t pid) {
-    if (pid == 0) {
-        return true;  // never a writer's, and kill() takes it for a whole group
-    }
-    ErrnoKeeper const keeper;
-    return kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH;
+// Asking the kernel for the owner may end a process that confines its own system calls, and where processes
+// are numbered more than once nothing follows from the answer.
+bool isGivenUp(ProcessRing const& ring, std::uint64_t seen, std::uint64_t lap) {
+    constexpr std::uint64_t linesNobodyNeeds = std::uint64_t{1} << 26;  // seconds of a ring that does nothing else
+    return slotOwner(seen) == 0 || slotLap(seen) + (linesNobodyNeeds >> ring.slotCountLog2) <= lap;
 }
 
 bool take(RingSlot& slot, std::uint64_t seen, std::uint64_t mine) {
@@ -109,7 +105,7 @@ __attribute__((noinline)) bool takeDisputed(ProcessRing& ring, RingSlot& slot, s
     std::uint64_t const counter = ring.header->nextTicket.load(std::memory_order_relaxed);
     bool const damaged = slotLap(seen) > ticketLap(counter, ring.slotCountLog2);
     if (isBusy(seen)) {
-        return (damaged || isDead(slotOwner(seen))) && take(slot, seen, mine);
+        return (damaged || isGivenUp(ring, seen, slotLap(mine))) && take(slot, seen, mine);
     }
     return (damaged || slotLap(seen) == slotLap(mine)) && take(slot, seen, mine);
 }

@@ -39,7 +39,7 @@ inline ProcessRing* processRing() {
 }
 
 /// Writes one zero-terminated line; a longer one than ringLineMax characters keeps its beginning. Keeps
-/// errno. Never waits: the line is dropped if it meets too many slots in a row that living writers hold.
+/// errno. Never waits: the line is dropped if it meets too many slots in a row that others hold.
 /// Returns 0 like the service's functions, which end in this call.
 int writeLine(ProcessRing& ring, std::uint32_t handle, char const* line);
 

@@ -1,8 +1,10 @@
 #include "tracing/ringfile.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdio>
@@ -72,12 +74,29 @@ int giveName(int descriptor, int folder, char const* name) {
     return linkat(AT_FDCWD, path, folder, name, AT_SYMLINK_FOLLOW) == 0 ? 0 : errno;
 }
 
+// Of these it is known that they write a block where it lies, also when somebody has made a copy of the file.
+bool writesInPlace(int descriptor) {
+    struct statfs status;
+    if (fstatfs(descriptor, &status) != 0) {
+        return false;
+    }
+    auto const type = static_cast<std::uint32_t>(status.f_type);
+    return type == TMPFS_MAGIC || type == EXT4_SUPER_MAGIC;
+}
+
 }  // namespace
+
+bool keepsItsMemory(int descriptor) {
+    struct stat status;
+    return writesInPlace(descriptor) && fstat(descriptor, &status) == 0 &&
+           (status.st_blocks >= status.st_size / 512 || fallocate(descriptor, 0, 0, status.st_size) == 0);
+}
 
 int openRingFile(int folder, int access, RingFile& file) {
     file = RingFile{};
     // O_NONBLOCK: opening a fifo must not wait for its other end.
-    Descriptor descriptor(openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    Descriptor descriptor(openApart(
+        [&] { return openat(folder, ringFileName, access | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
     if (descriptor.get() < 0) {
         switch (int const failure = errno) {
         case ENOENT: return refuse(file, failure, "does not exist");
@@ -102,11 +121,11 @@ int createRingFile(int folder, std::uint64_t slotBytes) {
         return EFBIG;
     }
     // Without a name until it is complete: whoever dies meanwhile leaves nothing behind.
-    Descriptor const descriptor(openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600));
+    Descriptor const descriptor(openApart([&] { return openat(folder, ".", O_RDWR | O_TMPFILE | O_CLOEXEC, 0600); }));
     if (descriptor.get() < 0) {
         return errno;
     }
-    int failure = fillRingFile(descriptor.get(), slotCount);
+    int failure = keepsItsMemory(descriptor.get()) ? fillRingFile(descriptor.get(), slotCount) : EOPNOTSUPP;
     if (failure == 0) {
         failure = giveName(descriptor.get(), folder, ringFileName);
     }

@@ -27,6 +27,10 @@ constexpr unsigned slotCountLog2(std::uint64_t slotCount) {
     return static_cast<unsigned>(__builtin_ctzll(slotCount));
 }
 
+/// Whether all memory of a file is there and stays. Elsewhere a write to its mapping ends the writer with SIGBUS
+/// once the file system is full: where a file has holes, or where it is copied on write.
+bool keepsItsMemory(int descriptor);
+
 /// Opens the ring in `folder` with O_RDONLY or O_RDWR. Accepts only a regular file of the effective
 /// user, mode 0600, of a size a ring can have and with the identity of this version. Returns 0, or
 /// an errno and what is wrong in `file.problem`; then no descriptor is left open.

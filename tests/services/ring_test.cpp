@@ -82,6 +82,11 @@ TEST_F(Ring, IsMadeOnceByAllThatStartTogether) {
 TEST_F(Ring, KnowsProcessAndThreadAlsoAfterFork) {
     auto const self = [] { return std::to_string(getpid()) + " " + std::to_string(gettid()); };
     EXPECT_EQ(0, inChild([&] {
+                  if (vfork() == 0) {
+                      xtr_trace(self().c_str());
+                      _exit(0);
+                  }
+                  ::wait(nullptr);
                   xtr_trace(self().c_str());
                   std::thread([&] {
                       xtr_trace(self().c_str());
@@ -96,13 +101,13 @@ TEST_F(Ring, KnowsProcessAndThreadAlsoAfterFork) {
     RingReader reader;
     ASSERT_EQ(0, reader.open());
     Lines const lines = newest(reader, 10);
-    ASSERT_EQ(4U, lines.size());
+    ASSERT_EQ(5U, lines.size());
     for (TraceEntry const& entry : lines) {
         EXPECT_EQ(std::to_string(entry.pid) + " " + std::to_string(entry.tid), entry.line());
         EXPECT_EQ(1U, newest(reader, 10, {entry.pid, entry.tid, {}}).size());
     }
-    EXPECT_EQ(2U, newest(reader, 10, {lines[0].pid, {}, 0}).size());
-    EXPECT_EQ(0U, newest(reader, 10, {lines[0].pid, {}, 1}).size());
+    EXPECT_EQ(2U, newest(reader, 10, {lines[1].pid, {}, 0}).size());
+    EXPECT_EQ(0U, newest(reader, 10, {lines[1].pid, {}, 1}).size());
 }
 
 TEST_F(Ring, ReadsALineWhereverItLiesAndNothingAroundIt) {

@@ -2,6 +2,7 @@
 
 #include "ringfixture.h"
 
+#include <linux/magic.h>
 #include <ucontext.h>
 #include <cerrno>
 
@@ -12,7 +13,7 @@ namespace ringtest {
 namespace {
 
 TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
-    char const* const calls = " open openat mkdir fstat fchmod posix_fallocate pread pwrite linkat ";
+    char const* const calls = " open openat mkdir fstat fstatfs fchmod posix_fallocate pread pwrite linkat ";
     Fault const faults[] = {
         {"ENOSPC", ENOSPC, false, calls},
         {"ENOSPC from then on", ENOSPC, true, calls},
@@ -50,6 +51,32 @@ TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
         }
     }
     EXPECT_GT(hits, 30U) << "are the calls still hooked?";
+}
+
+TEST_F(Ring, IsSharedOnlyWhereItsMemoryCannotGoAway) {
+    for (unsigned const type : {0U + TMPFS_MAGIC, 0U + EXT4_SUPER_MAGIC, BTRFS_SUPER_MAGIC, 0U + XFS_SUPER_MAGIC}) {
+        bool const stays = type == TMPFS_MAGIC || type == EXT4_SUPER_MAGIC;
+        for (bool const exists : {false, true}) {
+            SCOPED_TRACE(std::to_string(type) + (exists ? ", there already" : ", to be made"));
+            fs::remove(ring_);
+            ASSERT_EQ(0, inChild([&] { exists ? void(xtr_trace("first")) : void(); }));
+            EXPECT_EQ(0, inChild([&] {
+                          CallsHooked const hooked([](std::string const&) { return 0; });
+                          setFileSystem(type);
+                          xtr_trace("line");
+                          EXPECT_EQ(stays, usesSharedRing());
+                      }));
+            EXPECT_EQ(stays || exists, fs::exists(ring_));
+        }
+    }
+}
+
+TEST_F(Ring, IsNoStandardDescriptorOfAProgramWithoutThem) {
+    EXPECT_EQ(0, inChild([] {
+                  StandardDescriptorsClosed const closed;
+                  xtr_trace("line");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
 }
 
 // Only the ring's owner can cut it short, and nothing that a library may do saves a program that

@@ -166,6 +166,13 @@ TEST_F(StoreFault, namesAreOnDiskBeforeTheRecordAndTheRecordBeforeTheAnswer) {
 }
 
 // Written in two pieces, the second of which fails, and so does taking back the first.
+TEST_F(StoreFault, noFileIsAStandardDescriptorOfAProgramWithoutThem) {
+    EXPECT_EQ(0, inChild([] {
+                  StandardDescriptorsClosed const closed;
+                  EXPECT_EQ(TestRecord().store(), "0 0");
+              }));
+}
+
 TEST_F(StoreFault, pieceThatCannotBeTakenBackIsFencedOff) {
     TestRecord({}, "OLD").store();
     bool isSecond = false;

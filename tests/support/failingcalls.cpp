@@ -1,10 +1,13 @@
 #include "support/failingcalls.h"
 
+#include <gtest/gtest.h>
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdarg>
@@ -19,6 +22,7 @@ thread_local bool isHooked = false;
 thread_local int descriptorOfCall = -1;
 thread_local long long sleptNs = 0;
 thread_local time_t wallClock = -1;
+thread_local unsigned fileSystem = 0;
 
 int ask(char const* name, int descriptor) {
     if (!isHooked) {
@@ -77,6 +81,17 @@ CallsHooked::~CallsHooked() {
     isHooked = false;
     hook = nullptr;
     wallClock = -1;
+    fileSystem = 0;
+}
+
+StandardDescriptorsClosed::StandardDescriptorsClosed()
+    : hooked_([](std::string const& name) {
+          for (int const standard : {0, 1, 2}) {
+              EXPECT_GT(0, write(standard, "output", 6)) << "descriptor " << standard << " at " << name;
+          }
+          return 0;
+      }) {
+    close_range(0, 2, 0);
 }
 
 int FaultAtCall::operator()(std::string const& name) {
@@ -90,6 +105,10 @@ int FaultAtCall::operator()(std::string const& name) {
 
 void setWallClock(time_t now) {
     wallClock = now;
+}
+
+void setFileSystem(unsigned type) {
+    fileSystem = type;
 }
 
 int hookedDescriptor() {
@@ -135,6 +154,14 @@ HOOKED(ssize_t, pwrite, (int file, void const* bytes, size_t size, off_t offset)
 HOOKED(int, fsync, (int file), file, file)
 HOOKED(int, fdatasync, (int file), file, file)
 HOOKED(int, fstat, (int file, struct stat* status) noexcept, file, file, status)
+int fstatfs(int file, struct statfs* status) noexcept {
+    int const result = call<fstatfs>("fstatfs", file, file, status);
+    if (isHooked && fileSystem != 0) {
+        status->f_type = static_cast<decltype(status->f_type)>(fileSystem);
+    }
+    return result;
+}
+
 HOOKED(int, fstatat, (int folder, char const* name, struct stat* status, int flags) noexcept, folder, folder, name,
        status, flags)
 HOOKED(off_t, lseek, (int file, off_t offset, int from) noexcept, file, file, offset, from)

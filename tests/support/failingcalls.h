@@ -24,6 +24,15 @@ public:
     CallsHooked& operator=(CallsHooked const&) = delete;
 };
 
+/// Closes the descriptors 0 to 2 for good. Within its life, this thread tries to print at each call.
+class StandardDescriptorsClosed {
+public:
+    StandardDescriptorsClosed();
+
+private:
+    CallsHooked const hooked_;
+};
+
 /// What may go wrong at a call.
 struct Fault {
     char const* what;
@@ -50,6 +59,10 @@ private:
 
 /// Sets the wall clock, in seconds since 1970, as this thread sees it as long as its calls are hooked.
 void setWallClock(time_t now);
+
+/// Sets the file system, by its number in <linux/magic.h>, on which all files lie as this thread sees it as long
+/// as its calls are hooked.
+void setFileSystem(unsigned type);
 
 /// The descriptor that the call now put to the hook was given, or -1.
 int hookedDescriptor();
