@@ -1,6 +1,5 @@
 #include <unwind.h>
 
-#include <pthread.h>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -56,12 +55,7 @@ _Unwind_Reason_Code addFrame(_Unwind_Context* context, void* target) noexcept {
 }
 
 std::string describe(FrameDescriber& describer, Frame frame) {
-    // A thread cancelled while it reads a file would leave that open.
-    struct NoCancellation {
-        NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state); }
-        ~NoCancellation() { pthread_setcancelstate(state, nullptr); }
-        int state = 0;
-    } const noCancellation;
+    NoCancellation const noCancellation;
     return describer.describe(frame);
 }
 
