@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "common/statefolder.h"
+#include "support/cancelled.h"
 #include "support/failingcalls.h"
 
 namespace ringtest {
@@ -50,6 +51,13 @@ TEST_F(Ring, IsWholeOrNotThereWhateverFailsWhenItIsMade) {
         }
     }
     EXPECT_GT(hits, 30U) << "are the calls still hooked?";
+}
+
+TEST_F(Ring, IsMadeByAThreadThatIsToBeCancelled) {
+    EXPECT_EQ(0, inChild([] {
+                  EXPECT_TRUE(outlivesCancellation([] { xtr_trace("first"); }));
+                  EXPECT_TRUE(usesSharedRing());
+              }));
 }
 
 // Only the ring's owner can cut it short, and nothing that a library may do saves a program that
