@@ -2,6 +2,7 @@
 #define ZELQ_SYSTEMCALLS_H
 
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 #include <cerrno>
 #include <cstdint>
@@ -51,6 +52,20 @@ public:
 
 private:
     int saved_;
+};
+
+/// Puts off a cancellation of the thread to the end of its life: most system calls are cancellation points, and a
+/// thread cancelled in one leaves descriptors open and locks held, or ends the process in a function that may not
+/// throw. Safe in a signal handler. Not for a frame that a jump may leave.
+class NoCancellation {
+public:
+    NoCancellation() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &callersState_); }
+    ~NoCancellation() { pthread_setcancelstate(callersState_, nullptr); }
+    NoCancellation(NoCancellation const&) = delete;
+    NoCancellation& operator=(NoCancellation const&) = delete;
+
+private:
+    int callersState_ = PTHREAD_CANCEL_ENABLE;
 };
 
 /// Makes a system call again for as long as a signal's handler interrupts it.

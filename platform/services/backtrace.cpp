@@ -1,6 +1,5 @@
 #include <unwind.h>
 
-#include <pthread.h>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -55,16 +54,6 @@ _Unwind_Reason_Code addFrame(_Unwind_Context* context, void* target) noexcept {
     return _URC_NO_REASON;
 }
 
-std::string describe(FrameDescriber& describer, Frame frame) {
-    // A thread cancelled while it reads a file would leave that open.
-    struct NoCancellation {
-        NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &state); }
-        ~NoCancellation() { pthread_setcancelstate(state, nullptr); }
-        int state = 0;
-    } const noCancellation;
-    return describer.describe(frame);
-}
-
 void render(Stack const& stack, MallocText& text) {
     std::optional<ModuleChanges> const changes = lineCache.moduleChanges();
     FrameDescriber describer;
@@ -75,7 +64,7 @@ void render(Stack const& stack, MallocText& text) {
                 break;
             }
         }
-        std::string line = describe(describer, stack.frames[i]);
+        std::string line = describer.describe(stack.frames[i]);
         appendNumbered(text, i, line);
         if (changes.has_value()) {
             lineCache.remember(*changes, stack.frames[i], std::move(line));
@@ -110,6 +99,7 @@ int describeStack(Stack const& stack, char** text, int* length) noexcept {
 // the thread.
 int xlog_get_backtrace(char** text, int frames, int* length) {
     zelq::ErrnoKeeper const keeper;
+    zelq::NoCancellation const noCancellation;
     if (length != nullptr) {
         *length = 0;
     }

@@ -1,6 +1,5 @@
 #include "zelqplatform/errorlog_service.h"
 
-#include <pthread.h>
 #include <sys/random.h>
 #include <unistd.h>
 #include <atomic>
@@ -115,12 +114,8 @@ int xlog_record(xlog_record_interface* record, int* crc) {
     zelq::ErrnoKeeper const keeper;
     zelq::StoreOutcome outcome = {XLOG_NO_RECORD, EINVAL};
     if (record != nullptr) {
-        // Nearly every call below is a cancellation point; a thread cancelled in the middle would
-        // leave descriptors open and the lock held.
-        int cancelState = 0;
-        pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
+        zelq::NoCancellation const noCancellation;
         outcome = zelq::recordCounted(*record);
-        pthread_setcancelstate(cancelState, nullptr);
     }
     if (crc != nullptr) {
         *crc = outcome.crc;

@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include "common/systemcalls.h"
+
 namespace zelq {
 namespace {
 
@@ -128,10 +130,8 @@ void LineCache::remember(ModuleChanges const& changes, Frame frame, std::string 
 }
 
 void LineCache::beforeFork() noexcept {
-    int cancelState = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);  // the wait is a cancellation point
+    NoCancellation const noCancellation;
     lockedForFork = !isClosed_ && lock_.tryExclusiveFirst();
-    pthread_setcancelstate(cancelState, nullptr);
 }
 
 void LineCache::afterForkInParent() noexcept {

@@ -168,6 +168,7 @@ std::atomic<ProcessRing*> theRing{nullptr};
 
 ProcessRing* makeProcessRing() {
     ErrnoKeeper const keeper;
+    NoCancellation const noCancellation;
     void* const memory = mmap(nullptr, sizeof(ProcessRing), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (!isUsable(memory)) {
         return nullptr;

@@ -19,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/cancelled.h"
 #include "support/children.h"
 #include "support/failingnew.h"
 #include "zelqplatform/errorlog_service.h"
@@ -441,6 +442,12 @@ TEST(Backtrace, withoutMemoryThereIsNoText) {
     EXPECT_GT(failures, 10);
 }
 #endif
+
+TEST(Backtrace, isWholeInAThreadThatIsToBeCancelled) {
+    forgetLines();
+    EXPECT_TRUE(outlivesCancellation(
+        [] { EXPECT_NE(captured(0).text.find("isWholeInAThreadThatIsToBeCancelled"), std::string::npos); }));
+}
 
 TEST(Backtrace, severalThreadsAtOnce) {
     std::atomic<int> wrong{0};

@@ -7,6 +7,7 @@
 #include <cerrno>
 
 #include "common/statefolder.h"
+#include "support/cancelled.h"
 #include "support/failingcalls.h"
 
 namespace ringtest {
@@ -75,6 +76,13 @@ TEST_F(Ring, IsNoStandardDescriptorOfAProgramWithoutThem) {
     EXPECT_EQ(0, inChild([] {
                   StandardDescriptorsClosed const closed;
                   xtr_trace("line");
+                  EXPECT_TRUE(usesSharedRing());
+              }));
+}
+
+TEST_F(Ring, IsMadeByAThreadThatIsToBeCancelled) {
+    EXPECT_EQ(0, inChild([] {
+                  EXPECT_TRUE(outlivesCancellation([] { xtr_trace("first"); }));
                   EXPECT_TRUE(usesSharedRing());
               }));
 }
