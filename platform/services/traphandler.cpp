@@ -92,9 +92,7 @@ bool operator==(FaultPlace const& left, FaultPlace const& right) {
 }
 
 struct ThreadState {
-    pid_t runsExitsIn = 0;           // as exitsRunIn; 0 when this thread runs none
-    void* chainedContext = nullptr;  // of the previous action's handler that was called last
-    std::uintptr_t chainedFrame = 0;
+    pid_t runsExitsIn = 0;  // as exitsRunIn; 0 when this thread runs none
     FaultPlace lastFault;
 };
 
@@ -193,9 +191,18 @@ bool isHandler(struct sigaction const& action) {
     return action.sa_handler != SIG_DFL && action.sa_handler != SIG_IGN;
 }
 
+/// Stands in the signal's frame while the previous action's handler is called: one that calls this
+/// handler in turn, as those do that were installed over the service's while it was unset and set up
+/// again, comes with the same frame. The kernel makes the frame without the mark and does not look at
+/// it, so however that handler is left, no later program check finds a mark.
+ucontext_t*& markOf(void* context) {
+    return static_cast<ucontext_t*>(context)->uc_link;
+}
+
 void callPrevious(struct sigaction const& action, int signal, siginfo_t* info, void* context) {
+    PreviousAction& previous = previousActionOf(signal);
     if ((action.sa_flags & static_cast<int>(SA_RESETHAND)) != 0) {
-        previousActionOf(signal).setDefault();
+        previous.setDefault();
     }
     // The kernel writes no more of the interrupted mask than its own signal set.
     SignalBits bits = toBits(static_cast<ucontext_t*>(context)->uc_sigmask) | toBits(action.sa_mask);
@@ -204,14 +211,16 @@ void callPrevious(struct sigaction const& action, int signal, siginfo_t* info, v
     }
     sigset_t const mask = toSet(bits);
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+    markOf(context) = reinterpret_cast<ucontext_t*>(&previous);
     if ((action.sa_flags & SA_SIGINFO) != 0) {
         action.sa_sigaction(signal, info, context);
     } else {
         action.sa_handler(signal);
     }
+    markOf(context) = nullptr;
 }
 
-void handleTrap(int signal, siginfo_t* info, void* context, std::uintptr_t frame) {
+void handleTrap(int signal, siginfo_t* info, void* context) {
     if (thisThread.runsExitsIn == getpid()) {
         if (isFault(*info)) {
             leaveExits(context);
@@ -222,9 +231,7 @@ void handleTrap(int signal, siginfo_t* info, void* context, std::uintptr_t frame
     if (previous.sa_handler == SIG_IGN && !isFault(*info)) {
         return;
     }
-    // The same context in a frame further down: the handler called below has called this one, as
-    // handlers do that were installed over the service's while it was unset and set up again.
-    bool const calledByPrevious = context == thisThread.chainedContext && frame < thisThread.chainedFrame;
+    bool const calledByPrevious = markOf(context) != nullptr;
     FaultPlace const place = {signal, info->si_code, info->si_addr, instructionOf(context)};
     bool const isRepeated = isFault(*info) && place == thisThread.lastFault;
     bool mayChain = isHandler(previous) && !calledByPrevious;
@@ -238,8 +245,6 @@ void handleTrap(int signal, siginfo_t* info, void* context, std::uintptr_t frame
         // Otherwise the process ends now, and other threads wait for that.
     }
     if (mayChain) {
-        thisThread.chainedContext = context;
-        thisThread.chainedFrame = frame;
         callPrevious(previous, signal, info, context);
         return;
     }
@@ -252,7 +257,7 @@ void onTrap(int signal, siginfo_t* info, void* context) noexcept {
     sigset_t const traps = trapSignalSet();
     sigset_t callersMask;
     pthread_sigmask(SIG_BLOCK, &traps, &callersMask);
-    handleTrap(signal, info, context, reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)));
+    handleTrap(signal, info, context);
     pthread_sigmask(SIG_SETMASK, &callersMask, nullptr);
     errno = callersErrno;
 }

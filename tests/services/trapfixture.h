@@ -73,7 +73,7 @@ inline pid_t startFailing(std::function<void()> const& run) {
     EXPECT_EQ(0, mprotect(unreadable, pageSize, PROT_NONE));
     return start([&] {
         prctl(PR_SET_PDEATHSIG, 0);  // a child may outlive a parent that failed
-        prctl(PR_SET_DUMPABLE, 0);  // no core file, whoever would receive it
+        prctl(PR_SET_DUMPABLE, 0);   // no core file, whoever would receive it
         alarm(30);
         run();
     });

@@ -187,6 +187,11 @@ xpce_user_exit covered;
 void callCovered(int signal, siginfo* info, void* context) {
     tell('c', signal, info);
     covered(signal, info, context);
+    [[maybe_unused]] int volatile afterwards = 0;  // its frame stays while the other one runs
+}
+void coverService() {
+    covered = actionOf(SIGSEGV).sa_sigaction;
+    setAction(SIGSEGV, callCovered, SA_SIGINFO | SA_ONSTACK);
 }
 
 TEST(TrapService, ChainsToThePreviousHandler) {
@@ -219,6 +224,14 @@ TEST(TrapService, ChainsToThePreviousHandler) {
         }
     };
     EXPECT_EQ(run(jumpOut, SA_SIGINFO, threeTimes), ended(0, "ajajaj"));
+    auto const againCovered = [] {
+        sigsetjmp(escape, 1) == 0 ? storeAt(unreadable) : void();
+        mprotect(unreadable, pageSize, PROT_NONE);
+        coverService();
+        sigsetjmp(escape, 1) == 0 ? storeAt(unreadable + 1) : void();
+    };
+    EXPECT_EQ(run(mend, SA_SIGINFO, againCovered), ended(0, "amcam"));
+    EXPECT_EQ(run(jumpOut, SA_SIGINFO, againCovered), ended(0, "ajcaj"));
     auto const twice = [] {
         setUp({exitDoing<sleepShortly>});
         std::thread first(segv);
@@ -231,8 +244,7 @@ TEST(TrapService, ChainsToThePreviousHandler) {
     EXPECT_EQ(run(nullptr, 0, sent, SIG_IGN), ended(0, ""));
     EXPECT_EQ(run(nullptr, 0, segv, SIG_IGN), died(SIGSEGV, "a"));
     auto const circle = [] {
-        covered = actionOf(SIGSEGV).sa_sigaction;
-        setAction(SIGSEGV, callCovered, SA_SIGINFO | SA_ONSTACK);
+        coverService();
         xpce_unset(nullptr, nullptr);
         setUp({exitOf<'a'>});
         segv();

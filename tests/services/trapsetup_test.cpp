@@ -210,6 +210,10 @@ TEST(TrapSetup, TellsThatThereIsNoAlternateStack) {
     auto const noMemory = [] {
         rlimit const none = {0, RLIM_INFINITY}, enough = {RLIM_INFINITY, RLIM_INFINITY};
         setrlimit(RLIMIT_AS, &none);
+        for (std::size_t size = 1 << 20; size != 0; size /= 2) {
+            for (void* volatile taken = &size; taken != nullptr; taken = malloc(size)) {
+            }
+        }
         expectSetup(XPCE_NO_STACK, ENOMEM);
         setrlimit(RLIMIT_AS, &enough);
         expectSetup(XPCE_OK, 0);
